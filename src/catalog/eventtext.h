@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <QVariant>
+
+/*!
+ * An event's text while values take the place of its placeholders.
+ *
+ * Each value replaces every occurrence of the lowest-numbered placeholder still
+ * in the text, exactly as QString::arg() does it: "%1" to "%99", "%L1" for a
+ * number grouped by the locale. Values may themselves contain placeholders, which
+ * take part in the substitutions after them.
+ *
+ * Since such values can make a text grow without end, a substitution that would
+ * make it longer than maxLength is not made: the text stays as it is and the
+ * remaining values are left out. They are left out as well once the substitutions
+ * of one text have gone over maxWork characters, which takes a sender of tens of
+ * thousands of values, and once no placeholder is left to fill.
+ */
+class EventText
+{
+public:
+    //! In UTF-16 code units.
+    static constexpr qint64 maxLength = 1048576;
+    static constexpr qint64 maxWork = 64 * maxLength;
+
+    explicit EventText(QString templateText);
+
+    void substitute(const QString &value);
+    void substitute(qlonglong value);
+    void substitute(qulonglong value);
+    //! In format 'g' with six significant digits.
+    void substitute(double value);
+
+    //! Whether no further value can change the text.
+    [[nodiscard]] bool isClosed() const { return closed; }
+    [[nodiscard]] QString text() const { return current; }
+
+private:
+    template <typename Value>
+    void substituteValue(const Value &value);
+    [[nodiscard]] bool admits(qint64 resultLength);
+
+    QString current;
+    qint64 work = 0;
+    bool closed = false;
+};
+
+/*!
+ * The text of a value as it came with a status change, whatever the catalogue
+ * declares: QVariant::toString(), except where that differs between versions of
+ * the framework. Kept as devices in the field write it: a double with 15
+ * significant digits in format 'g', a byte array as Latin-1 up to its first zero
+ * byte. A value wrapped in a QDBusVariant stands between double quotes.
+ */
+QString liveValueText(const QVariant &value);
+
+/*!
+ * Renders a status change: \a args holds the emitter's path, which is not
+ * substituted, and then the values in the order of the placeholders.
+ */
+QString renderLiveEvent(const QString &templateText, const QList<QVariant> &args);

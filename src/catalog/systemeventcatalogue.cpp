@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "catalog/systemeventcatalogue.h"
+
+#include <QFile>
+#include <QXmlStreamReader>
+
+#include <optional>
+
+namespace
+{
+
+/*!
+ * Kept: anything but decimal digits makes the whole id 0, and large numbers
+ * wrap at 32 bits. Catalogues in the field were written against this.
+ */
+uint eventIdFromText(const QString &text)
+{
+    uint id = 0;
+    for (const QChar character : text) {
+        const int digit = character.digitValue();
+        if (digit < 0) {
+            return 0;
+        }
+        id = id * 10 + uint(digit);
+    }
+    return id;
+}
+
+/*!
+ * Walks the start elements of a document in order, at any depth, and attaches
+ * each to the service, event or enumeration that came last before it. Nesting
+ * is not looked at.
+ */
+class CatalogueWalk
+{
+public:
+    CatalogueWalk(QIODevice *device, SystemeventCatalogue &target)
+        : xml(device)
+        , catalogue(target)
+    {
+    }
+
+    void run()
+    {
+        while (!xml.atEnd()) {
+            if (xml.readNextStartElement()) {
+                startElement();
+            }
+        }
+    }
+
+private:
+    void startElement()
+    {
+        const auto name = xml.name();
+        if (name == QLatin1String("service")) {
+            startService();
+        } else if (name == QLatin1String("event")) {
+            startEvent();
+        } else if (name == QLatin1String("description")) {
+            readDescription();
+        } else if (name == QLatin1String("argument")) {
+            readArgument();
+        } else if (name == QLatin1String("enum")) {
+            startEnum();
+        } else if (name == QLatin1String("item")) {
+            readItem();
+        }
+    }
+
+    [[nodiscard]] QString attribute(const char *name) const
+    {
+        return xml.attributes().value(QLatin1String(name)).toString();
+    }
+
+    void startService()
+    {
+        if (xml.attributes().hasAttribute(QLatin1String("name"))) {
+            service = attribute("name");
+        }
+    }
+
+    void startEvent()
+    {
+        const uint id = eventIdFromText(attribute("id"));
+        catalogue.events.insert(id, {id, attribute("name"), attribute("loglevel"), service});
+        currentEvent = id;
+    }
+
+    void readDescription()
+    {
+        const QString lang = attribute("lang");
+        const QString text = xml.readElementText(); // at an error: what was read before it
+        if (currentEvent) {
+            catalogue.events[*currentEvent].descriptions.insert(lang, text);
+        }
+    }
+
+    void readArgument()
+    {
+        if (!currentEvent) {
+            return;
+        }
+        SystemeventArgument argument(attribute("name"), typeFromName(attribute("type")));
+        if (argument.type == ArgumentType::Enum) {
+            argument.enumName = attribute("enum");
+        }
+        catalogue.events[*currentEvent].arguments.append(argument);
+    }
+
+    void startEnum()
+    {
+        currentEnum = attribute("name");
+        catalogue.enums.insert(*currentEnum, {});
+    }
+
+    void readItem()
+    {
+        if (currentEnum) {
+            catalogue.enums[*currentEnum].insert(attribute("value").toInt(), attribute("name"));
+        }
+    }
+
+    QXmlStreamReader xml;
+    SystemeventCatalogue &catalogue;
+    QString service;
+    std::optional<uint> currentEvent;
+    std::optional<QString> currentEnum;
+};
+
+} // namespace
+
+bool SystemeventCatalogue::load(const QString &fileName)
+{
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return false;
+    }
+    CatalogueWalk(&file, *this).run();
+    resolveLogLevels();
+    return true;
+}
+
+void SystemeventCatalogue::resolveLogLevels()
+{
+    const auto levels = enums.constFind(QStringLiteral("LogLevel"));
+    if (levels == enums.constEnd()) {
+        return;
+    }
+    for (auto item = levels->cbegin(); item != levels->cend(); ++item) {
+        logLevels.insert(item.value(), item.key());
+    }
+    for (SystemeventDescription &event : events) {
+        event.logLevel = logLevelForName(event.logLevelName);
+    }
+}
+
+int SystemeventCatalogue::logLevelForName(const QString &name) const
+{
+    return logLevels.value(name, unknownLogLevel);
+}
+
+QString SystemeventCatalogue::enumText(const QString &enumName, int value) const
+{
+    return enums.value(enumName).value(value);
+}
