@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QDir>
+#include <QHash>
+#include <QObject>
+#include <QString>
+
+#include <memory>
+#include <unordered_map>
+
+class EventText;
+class QFile;
+class QIODevice;
+class SystemeventCatalogue;
+struct SystemeventDescription;
+
+//! Where a record lies.
+struct LogEntryLocation {
+    int fileNr = 0; //!< number of its file
+    qint64 position = 0; //!< of its first byte; negative where a damaged trailer points before the file
+};
+
+/*!
+ * Reads records back from the binary log files and shows them as JSON.
+ *
+ * An index leads from every log number to its record. It is built from scratch
+ * by the first query after the file set changed and extended by the first query
+ * after the current file grew; the two slots only take note.
+ *
+ * Reads only, and never fails: damage shows as marker texts within a message,
+ * positional problems as debug messages. A record that cannot be found is an
+ * empty text.
+ */
+class SystemeventLogfileReader : public QObject
+{
+    Q_OBJECT
+
+public:
+    /*!
+     * Touches no file yet. The catalogue is not owned and must outlive the
+     * reader; without one the process ends with a fatal message.
+     */
+    SystemeventLogfileReader(const QDir &directory, const SystemeventCatalogue *systemevents);
+    ~SystemeventLogfileReader() override;
+    Q_DISABLE_COPY_MOVE(SystemeventLogfileReader)
+
+    //! The smallest log number there is, 0xFFFFFFFFFFFFFFFF without any record.
+    quint64 getMinLogNr();
+    //! The largest log number there is, 0 without any record.
+    quint64 getMaxLogNr();
+    //! The JSON object of one record, empty when the number is not in the index.
+    QString jsonEntry(quint64 logNr, const QString &lang);
+
+public Q_SLOTS:
+    //! Records were appended to the current file.
+    void logfileChanged();
+    //! Files were renamed or removed.
+    void logfilesRotated();
+
+private:
+    void refresh();
+    void fullScan();
+    void scanFile(int fileNr, QFile &file);
+    void updateIndex();
+    void extendIndex(QFile &file);
+    void addEntry(quint64 logNr, LogEntryLocation location);
+
+    [[nodiscard]] QString jsonBody(int eventId, QIODevice &file, qint64 position,
+                                   const QString &lang) const;
+    [[nodiscard]] QString renderArguments(const QString &message,
+                                          const SystemeventDescription &description,
+                                          QIODevice &file) const;
+    void renderEnum(EventText &text, const QString &enumName, QIODevice &file) const;
+
+    QDir logDir;
+    bool filesDirty = true; //!< the file set must be scanned from scratch
+    bool indexDirty = true; //!< file 0 may have grown
+    quint64 minLogNr;
+    quint64 maxLogNr;
+    const SystemeventCatalogue *catalogue;
+    std::unordered_map<int, std::unique_ptr<QFile>> fileTable; //!< by file number
+    QHash<quint64, LogEntryLocation> entryIndex; //!< by log number
+};
