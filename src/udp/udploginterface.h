@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "binlog/loginterface.h"
+
+#include <QByteArray>
+#include <QHostAddress>
+#include <QString>
+
+class QUdpSocket;
+class SystemeventCatalogue;
+struct SystemeventDescription;
+
+/*!
+ * Sends every event as one UDP datagram in the layout of a syslog message of
+ * protocol version 1 (RFC 5424); docs/datagram.md describes it for receivers.
+ *
+ * An event that the catalogue does not know is not sent. Nothing is sent without
+ * a receiver, and a failed sending goes unnoticed.
+ */
+class UdpLogInterface : public LogInterface
+{
+public:
+    //! The catalogue is not owned and must outlive the sender.
+    explicit UdpLogInterface(const SystemeventCatalogue *systemevents);
+    ~UdpLogInterface() override;
+    Q_DISABLE_COPY_MOVE(UdpLogInterface)
+
+    //! \a args must hold at least the emitter's path.
+    void logEvent(int id, const QList<QVariant> &args) override;
+
+    //! The receiver's address as text, empty when there is none.
+    [[nodiscard]] QString getAddress() const { return address.toString(); }
+    //! Sets the receiver's address; a text that is no IP address leaves none and gives false.
+    bool setAddress(const QString &text);
+
+    //! Language code of the texts.
+    [[nodiscard]] QString getLanguage() const { return language; }
+    void setLanguage(const QString &lang) { language = lang; }
+
+    //! Sets the receiver's address and port, on a fresh socket. The result is that of setAddress().
+    virtual bool setTarget(const QString &text, quint16 udpPort);
+
+    /*!
+     * Fills the host field from the kernel, with "zib" where the kernel does not
+     * tell. Nothing calls it on a device: there the host field stays empty, and
+     * the receiver takes the host from the datagram's source address.
+     */
+    void readHostName();
+
+private:
+    void renewSocket();
+    void writeHeader(int id, const SystemeventDescription &event, const QVariant &path);
+
+    QUdpSocket *socket = nullptr; //!< what device points to; a child
+    QHostAddress address;
+    QByteArray datagram; //!< under construction
+    const SystemeventCatalogue *catalogue;
+    quint16 port;
+    QByteArray hostName;
+    QString language = QStringLiteral("en");
+};
