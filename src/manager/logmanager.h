@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "binlog/binaryloginterface.h"
+#include "catalog/systemeventcatalogue.h"
+#include "devicelib/bareboxconfigproxy.h"
+#include "devicelib/datanode.h"
+#include "reader/systemeventlogfilereader.h"
+#include "udp/udploginterface.h"
+
+#include <QDBusContext>
+#include <QDBusPendingReply>
+#include <QDBusVariant>
+#include <QDir>
+#include <QString>
+#include <QVariantMap>
+
+#include <optional>
+
+/*!
+ * The daemon's one working object: owns the outputs, the catalogue and the
+ * reader, hears the status changes, and is the D-Bus node through which clients
+ * read the log and change the settings (docs/dbus.md).
+ *
+ * The settings live where they act and are loaded from the configuration service
+ * once, during construction; every property write stores its value there without
+ * waiting. Construction blocks until that service has answered or failed, and ends
+ * the process with a fatal message when there is no log directory or catalogue.
+ */
+class LogManager : public zib::DataNode, protected QDBusContext
+{
+    Q_OBJECT
+    // Clients in the field use this name, whatever the executable is called.
+    Q_CLASSINFO("D-Bus Interface", "local.LogManager")
+
+    Q_PROPERTY(bool logLocal READ getLogLocal WRITE setLogLocal)
+    Q_PROPERTY(bool logNetwork READ getLogNetwork WRITE setLogNetwork)
+    Q_PROPERTY(QString logNetworkAddress READ getLogNetworkAddress WRITE setLogNetworkAddress)
+    Q_PROPERTY(QString logNetworkLang READ getLogNetworkLang WRITE setLogNetworkLang)
+    Q_PROPERTY(int logtail READ getLogtail WRITE setLogtail)
+    Q_PROPERTY(int loglevel READ getLoglevel WRITE setLoglevel)
+    Q_PROPERTY(int minLogNr READ getMinLogNrProperty)
+    Q_PROPERTY(int maxLogNr READ getMaxLogNrProperty)
+
+public:
+    /*!
+     * Largest JSON answer, in bytes of UTF-8, not included: the bus drops the
+     * sender of a message of more than 32 MiB, and the message's head needs room.
+     */
+    static constexpr qint64 maxAnswerSize = (32 * 1024 - 64) * 1024;
+
+    LogManager(const QString &parentPath, const QString &nodeName, QObject *parent = nullptr);
+    ~LogManager() override;
+    Q_DISABLE_COPY_MOVE(LogManager)
+
+    [[nodiscard]] bool getLogLocal() const { return logLocal; }
+    void setLogLocal(bool on);
+    [[nodiscard]] bool getLogNetwork() const { return logNetwork; }
+    void setLogNetwork(bool on);
+    [[nodiscard]] QString getLogNetworkAddress() const { return udpLog.getAddress(); }
+    //! A text that is no IP address leaves no receiver and stores an empty text.
+    void setLogNetworkAddress(const QString &text);
+    [[nodiscard]] QString getLogNetworkLang() const { return udpLog.getLanguage(); }
+    //! Kept: holds for the running process only, and stores the address under an empty key.
+    void setLogNetworkLang(const QString &lang);
+    [[nodiscard]] int getLogtail() const { return binaryLog.getLogtail(); }
+    //! Values below 1 are stored but otherwise ignored.
+    void setLogtail(int n);
+    [[nodiscard]] int getLoglevel() const { return loglevel; }
+    //! Kept: sets logtail; the level itself is only stored and counts from the next start on.
+    void setLoglevel(int level);
+    //! Kept: the properties carry the low 32 bits, the methods the whole number.
+    int getMinLogNrProperty() { return int(reader.getMinLogNr()); }
+    int getMaxLogNrProperty() { return int(reader.getMaxLogNr()); }
+
+public Q_SLOTS: // the methods on the bus
+    void clearLogfiles();
+    /*!
+     * The records from \a start to \a end, both included, as a JSON array with
+     * messages in a language; the range is clipped to the logged numbers. An
+     * answer of maxAnswerSize or more cannot travel and is refused with the
+     * D-Bus error LimitsExceeded.
+     */
+    QString jsonLogfile(quint64 start, quint64 end, const QString &lang);
+    //! The same in English.
+    QString jsonLogfile(quint64 start, quint64 end);
+    quint64 getMinLogNr();
+    quint64 getMaxLogNr();
+    //! All settings and the range of log numbers.
+    QVariantMap allValues();
+
+protected Q_SLOTS:
+    //! Takes a status change from the bus: \a id is the event id, \a v holds the values.
+    void dbusStatusChange(int id, const QDBusVariant &v);
+
+private:
+    struct StoredSettings;
+
+    [[nodiscard]] StoredSettings requestSettings();
+    void applySettings(StoredSettings &stored);
+    void store(const QString &key, const QString &value);
+    void updateSubscription();
+    [[nodiscard]] bool isFiltered(int id) const;
+    [[nodiscard]] std::optional<QString> jsonRange(quint64 start, quint64 end,
+                                                   const QString &lang);
+
+    bool logLocal = false;
+    bool logNetwork = false;
+    QDir logDir;
+    BinaryLogInterface binaryLog;
+    UdpLogInterface udpLog;
+    SystemeventCatalogue catalogue;
+    SystemeventLogfileReader reader;
+    zib::BareboxConfigProxy config;
+    int loglevel = -1; //!< events of this level and below are dropped; negative: none is
+    bool listening = false; //!< whether status changes reach dbusStatusChange()
+};
