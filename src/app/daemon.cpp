@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "app/daemon.h"
+
+#include "app/version.h"
+#include "devicelib/constants.h"
+#include "devicelib/factorymanager.h"
+#include "devicelib/ziblog.h"
+#include "manager/logmanager.h"
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+
+#include <memory>
+
+#include <sys/resource.h>
+
+namespace
+{
+
+//! All log files stay open while they are indexed, and logtail sets no bound to them.
+void raiseOpenFilesLimit()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        (void)setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+//! Answers for the paths of the daemon's nodes as long as the process lives; never deleted.
+void claimObjectPaths()
+{
+    auto *const factory = new zib::FactoryManager(
+        zib::ConstParameter::domainForIdx(zib::ConstParameter::IDX_SYSTEM),
+        QStringLiteral("^\\/system($|\\/eventlog.*)"));
+    factory->takeIntoService();
+}
+
+} // namespace
+
+int runDaemon(QCoreApplication &application)
+{
+    raiseOpenFilesLimit();
+
+    const QString serviceName = zib::SystemeventloggerGlobals::SERVICE_NAME;
+    QDBusConnection bus = QDBusConnection::systemBus();
+    if (!bus.registerService(serviceName)) {
+        qFatal("Registering dbus connection failed.");
+    }
+    claimObjectPaths();
+
+    auto version = std::make_unique<Version>();
+    bus.registerObject(QStringLiteral("/version"), version.get(),
+                       QDBusConnection::ExportAllProperties);
+
+    zib::ziblog.open(serviceName, zib::Ziblog::Local5, zib::Ziblog::NoOption);
+    zib::ziblog.setSyslogLevelWarning();
+
+    LogManager logManager(QStringLiteral("/system"), QStringLiteral("eventlog"), &application);
+    logManager.DataNode::dbusRegister();
+
+    const int result = QCoreApplication::exec();
+    version.reset();
+    return result;
+}
