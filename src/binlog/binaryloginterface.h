@@ -97,7 +97,7 @@ private:
     int recordsInBundle = 0;
     int flushInterval;
     QDir logDir;
-    quint16 recordLength = 0; //!< bytes of the record under construction
-    int flushTimerId = 0; //!< 0 when no timer runs
+    quint16 recordLength = 0;           //!< bytes of the record under construction
+    int flushTimerId = 0;               //!< 0 when no timer runs
     std::unique_ptr<QFile> currentFile; //!< what device points to
 };

@@ -30,5 +30,5 @@ public:
 
 protected:
     QIODevice *device = nullptr; //!< where events go; null until a subclass opens one, not owned
-    quint64 logNr = 1; //!< number of the next event
+    quint64 logNr = 1;           //!< number of the next event
 };

@@ -12,9 +12,9 @@ namespace
 //! The occurrences of the placeholder that the next value replaces.
 struct Placeholder {
     int number = std::numeric_limits<int>::max();
-    qint64 plain = 0; //!< occurrences as "%1"
+    qint64 plain = 0;     //!< occurrences as "%1"
     qint64 localised = 0; //!< occurrences as "%L1"
-    qint64 length = 0; //!< of all occurrences together
+    qint64 length = 0;    //!< of all occurrences together
 };
 
 //! Reads a number of one or two digits at \a position and moves past it; -1 without one.

@@ -17,12 +17,12 @@ constexpr int Int16 = 2;
 constexpr int Int32 = 3;
 constexpr int Int64 = 4;
 constexpr int UInt64 = 5;
-constexpr int Float = 6; //!< IEEE 754 single
+constexpr int Float = 6;  //!< IEEE 754 single
 constexpr int Double = 7; //!< IEEE 754 double
 constexpr int String = 8;
 constexpr int ByteArray = 9;
 constexpr int Variant = 10; //!< the value's own type code travels with it
-constexpr int Enum = 11; //!< an item value, shown by the item's text
+constexpr int Enum = 11;    //!< an item value, shown by the item's text
 } // namespace ArgumentType
 
 //! The type code for a type's name in the catalogue, compared exactly; Unknown for any other.

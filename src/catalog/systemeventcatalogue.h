@@ -26,7 +26,7 @@ public:
     [[nodiscard]] QString enumText(const QString &enumName, int value) const;
 
     QHash<uint, SystemeventDescription> events; //!< by event id
-    QHash<QString, QHash<int, QString>> enums; //!< item texts by value, by enumeration
+    QHash<QString, QHash<int, QString>> enums;  //!< item texts by value, by enumeration
     QHash<QString, int> logLevels; //!< the items of the enumeration "LogLevel", by text
 
 private:

@@ -26,7 +26,7 @@ struct SystemeventDescription {
     QString name;
     QString logLevelName; //!< as written in the catalogue
     int logLevel = unknownLogLevel;
-    QString service; //!< the service whose element last stood before the event
+    QString service;                      //!< the service whose element last stood before the event
     QList<SystemeventArgument> arguments; //!< in the order of placeholders: the first fills "%1"
     QHash<QString, QString> descriptions; //!< text templates by language code
 };

@@ -15,10 +15,7 @@ DataNode::DataNode(const QString &parentPath, const QString &nodeName, QObject *
 {
 }
 
-DataNode::~DataNode()
-{
-    DataNode::dbusUnregister();
-}
+DataNode::~DataNode() = default; // the bus binding drops an object that dies
 
 bool DataNode::dbusRegister()
 {

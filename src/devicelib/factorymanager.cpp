@@ -4,6 +4,7 @@
 #include <QList>
 
 #include <algorithm>
+#include <utility>
 
 namespace zib
 {
@@ -18,9 +19,9 @@ QList<const FactoryManager *> &managers()
 
 } // namespace
 
-FactoryManager::FactoryManager(const QString &domain, const QString &pathPattern, QObject *parent)
+FactoryManager::FactoryManager(QString domain, const QString &pathPattern, QObject *parent)
     : QObject(parent)
-    , domainName(domain)
+    , domainName(std::move(domain))
     , pattern(pathPattern)
 {
     managers().append(this);

@@ -22,7 +22,7 @@ class FactoryManager : public QObject
 
 public:
     //! \a pathPattern is a regular expression in Perl's syntax; an invalid one claims nothing.
-    FactoryManager(const QString &domain, const QString &pathPattern, QObject *parent = nullptr);
+    FactoryManager(QString domain, const QString &pathPattern, QObject *parent = nullptr);
     ~FactoryManager() override;
     Q_DISABLE_COPY_MOVE(FactoryManager)
 

@@ -47,7 +47,7 @@ public:
      * Largest JSON answer, in bytes of UTF-8, not included: the bus drops the
      * sender of a message of more than 32 MiB, and the message's head needs room.
      */
-    static constexpr qint64 maxAnswerSize = (32 * 1024 - 64) * 1024;
+    static constexpr qint64 maxAnswerSize = 33488896; // 32 MiB less 64 KiB
 
     LogManager(const QString &parentPath, const QString &nodeName, QObject *parent = nullptr);
     ~LogManager() override;
@@ -101,8 +101,7 @@ private:
     void store(const QString &key, const QString &value);
     void updateSubscription();
     [[nodiscard]] bool isFiltered(int id) const;
-    [[nodiscard]] std::optional<QString> jsonRange(quint64 start, quint64 end,
-                                                   const QString &lang);
+    [[nodiscard]] std::optional<QString> jsonRange(quint64 start, quint64 end, const QString &lang);
 
     bool logLocal = false;
     bool logNetwork = false;
@@ -112,6 +111,6 @@ private:
     SystemeventCatalogue catalogue;
     SystemeventLogfileReader reader;
     zib::BareboxConfigProxy config;
-    int loglevel = -1; //!< events of this level and below are dropped; negative: none is
+    int loglevel = -1;      //!< events of this level and below are dropped; negative: none is
     bool listening = false; //!< whether status changes reach dbusStatusChange()
 };

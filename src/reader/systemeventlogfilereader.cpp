@@ -116,8 +116,7 @@ void renderVariant(EventText &text, QIODevice &file)
         return;
     }
     if (type == ArgumentType::Unknown) {
-        text.substitute(
-            QStringLiteral("type: \"UNKNOWN\", more errors in this logentry possible"));
+        text.substitute(QStringLiteral("type: \"UNKNOWN\", more errors in this logentry possible"));
     } else if (!renderPlainValue(text, type, file)) {
         text.substitute(QStringLiteral("unknown type, expect more errors in this entry!"));
     }
@@ -129,7 +128,6 @@ SystemeventLogfileReader::SystemeventLogfileReader(const QDir &directory,
                                                    const SystemeventCatalogue *systemevents)
     : logDir(directory)
     , minLogNr(noMinimum)
-    , maxLogNr(0)
     , catalogue(systemevents)
 {
     if (!catalogue) {

@@ -18,7 +18,8 @@ struct SystemeventDescription;
 //! Where a record lies.
 struct LogEntryLocation {
     int fileNr = 0; //!< number of its file
-    qint64 position = 0; //!< of its first byte; negative where a damaged trailer points before the file
+    qint64 position
+        = 0; //!< of its first byte; negative where a damaged trailer points before the file
 };
 
 /*!
@@ -77,8 +78,8 @@ private:
     bool filesDirty = true; //!< the file set must be scanned from scratch
     bool indexDirty = true; //!< file 0 may have grown
     quint64 minLogNr;
-    quint64 maxLogNr;
+    quint64 maxLogNr = 0;
     const SystemeventCatalogue *catalogue;
     std::unordered_map<int, std::unique_ptr<QFile>> fileTable; //!< by file number
-    QHash<quint64, LogEntryLocation> entryIndex; //!< by log number
+    QHash<quint64, LogEntryLocation> entryIndex;               //!< by log number
 };

@@ -12,7 +12,7 @@ namespace
 {
 
 constexpr quint16 syslogPort = 514;
-constexpr qint64 facilityDaemon = 3 * 8; // "system daemons", RFC 5424
+constexpr qint64 facilityDaemon = 24; // "system daemons" times 8, RFC 5424
 
 // Kept: RFC 5424 has no blank after the priority; receivers in the field expect it.
 constexpr const char *afterPriority = "> 1 ";
@@ -39,12 +39,7 @@ void UdpLogInterface::renewSocket()
 
 bool UdpLogInterface::setAddress(const QString &text)
 {
-    const auto protocolBefore = address.protocol();
-    const bool valid = address.setAddress(text);
-    if (address.protocol() != protocolBefore) {
-        renewSocket(); // a socket that has sent is bound to its first protocol
-    }
-    return valid;
+    return address.setAddress(text);
 }
 
 bool UdpLogInterface::setTarget(const QString &text, quint16 udpPort)
@@ -66,8 +61,7 @@ void UdpLogInterface::logEvent(int id, const QList<QVariant> &args)
     datagram.clear();
 }
 
-void UdpLogInterface::writeHeader(int id, const SystemeventDescription &event,
-                                  const QVariant &path)
+void UdpLogInterface::writeHeader(int id, const SystemeventDescription &event, const QVariant &path)
 {
     // Kept: the level is not bounded; from 8 on it counts into the next facility.
     datagram += '<' + QByteArray::number(facilityDaemon + event.logLevel) + afterPriority;
