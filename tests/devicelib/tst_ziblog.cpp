@@ -1,0 +1,242 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "devicelib/ziblog.h"
+
+#include "support/literals.h"
+
+#include <QtTest>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+using zib::Ziblog;
+using zib::ziblog;
+
+namespace
+{
+
+//! Stands in for the system's logger, behind /dev/log.
+class SystemLogger
+{
+public:
+    SystemLogger()
+        : socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        qstrncpy(address.sun_path, path, sizeof(address.sun_path));
+        bound = bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
+    }
+    ~SystemLogger()
+    {
+        close(socket);
+        if (bound) {
+            unlink(path);
+        }
+    }
+    Q_DISABLE_COPY_MOVE(SystemLogger)
+
+    [[nodiscard]] bool isBound() const { return bound; }
+
+    //! The next datagram that has arrived, null when there is none.
+    [[nodiscard]] QByteArray next() const
+    {
+        QByteArray datagram(4096, '\0');
+        const ssize_t size
+            = recv(socket, datagram.data(), std::size_t(datagram.size()), MSG_DONTWAIT);
+        return size < 0 ? QByteArray() : datagram.left(int(size));
+    }
+
+private:
+    static constexpr const char *path = "/dev/log";
+
+    int socket;
+    bool bound;
+};
+
+SystemLogger &logger()
+{
+    static SystemLogger instance;
+    return instance;
+}
+
+struct Heard {
+    QtMsgType type;
+    QString message;
+};
+
+//! What reached those who heard the messages before the channel was opened.
+QList<Heard> heardElsewhere;
+
+void listenElsewhere(QtMsgType type, const QMessageLogContext &, const QString &message)
+{
+    heardElsewhere.append({type, message});
+}
+
+//! Lets the framework hear a message; a fatal one without its consequence.
+void say(QtMsgType type, const QString &message)
+{
+    const QtMessageHandler handler = qInstallMessageHandler(nullptr);
+    qInstallMessageHandler(handler);
+    handler(type, QMessageLogContext(), message);
+}
+
+void openChannel()
+{
+    ziblog.open("com.tovel.test"_s, Ziblog::Local5, Ziblog::NoOption);
+}
+
+//! Priorities of the facility local5: 21 times 8 plus the severity.
+struct Priority {
+    const char *name;
+    const char *text;
+    QtMsgType type;
+    bool isWarningOrAbove;
+};
+
+constexpr Priority priorities[] = {
+    {"debug is 175", "<175>", QtDebugMsg, false},
+    {"info is 174", "<174>", QtInfoMsg, false},
+    {"warning is 172", "<172>", QtWarningMsg, true},
+    {"critical is 170", "<170>", QtCriticalMsg, true},
+    {"fatal is 169", "<169>", QtFatalMsg, true},
+};
+
+} // namespace
+
+class ZiblogTest : public QObject
+{
+    Q_OBJECT
+
+    QtMessageHandler handlerOfTheTest = nullptr;
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void everyMessagePassesAtFirst_data();
+    void everyMessagePassesAtFirst();
+    void warningsAndAbovePassOnceTheLevelIsSet_data();
+    void warningsAndAbovePassOnceTheLevelIsSet();
+    void identityStandsInFrontOfTheMessage();
+    void percentSignsAreText();
+    void messageBeyondAsciiIsKept();
+    void nothingPassesBeforeTheChannelIsOpened();
+};
+
+void ZiblogTest::initTestCase()
+{
+    QVERIFY2(logger().isBound(), "/dev/log cannot be made: this test wants a private device");
+}
+
+void ZiblogTest::init()
+{
+    ziblog = Ziblog();
+    heardElsewhere.clear();
+    handlerOfTheTest = qInstallMessageHandler(listenElsewhere);
+}
+
+void ZiblogTest::cleanup()
+{
+    qInstallMessageHandler(handlerOfTheTest);
+    closelog();
+    QCOMPARE(logger().next(), QByteArray()); // nothing left over
+}
+
+void ZiblogTest::everyMessagePassesAtFirst_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QByteArray>("priority");
+
+    for (const Priority &each : priorities) {
+        QTest::newRow(each.name) << int(each.type) << QByteArray(each.text);
+    }
+}
+
+void ZiblogTest::everyMessagePassesAtFirst()
+{
+    QFETCH(int, type);
+    QFETCH(QByteArray, priority);
+    openChannel();
+
+    say(QtMsgType(type), "disk full"_s);
+
+    const QByteArray datagram = logger().next();
+    QVERIFY2(datagram.startsWith(priority), datagram.constData());
+    QVERIFY2(datagram.endsWith(": disk full"), datagram.constData());
+    QCOMPARE(heardElsewhere.size(), 1);
+    QCOMPARE(int(heardElsewhere.at(0).type), type);
+    QCOMPARE(heardElsewhere.at(0).message, "disk full"_s);
+}
+
+void ZiblogTest::warningsAndAbovePassOnceTheLevelIsSet_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QByteArray>("priority"); // null: does not pass
+
+    for (const Priority &each : priorities) {
+        QTest::newRow(each.name) << int(each.type)
+                                 << (each.isWarningOrAbove ? QByteArray(each.text) : QByteArray());
+    }
+}
+
+void ZiblogTest::warningsAndAbovePassOnceTheLevelIsSet()
+{
+    QFETCH(int, type);
+    QFETCH(QByteArray, priority);
+    openChannel();
+    ziblog.setSyslogLevelWarning();
+
+    say(QtMsgType(type), "disk full"_s);
+
+    QCOMPARE(logger().next().left(5), priority);
+    QCOMPARE(heardElsewhere.size(), 1); // others hear all of it
+    QCOMPARE(int(heardElsewhere.at(0).type), type);
+    QCOMPARE(heardElsewhere.at(0).message, "disk full"_s);
+}
+
+void ZiblogTest::identityStandsInFrontOfTheMessage()
+{
+    openChannel();
+
+    qWarning("disk %s", "full");
+
+    const QString datagram = QString::fromUtf8(logger().next());
+    const QRegularExpression layout(
+        R"(^<172>\w{3} [ \d]\d \d\d:\d\d:\d\d com\.tovel\.test: disk full$)"_s);
+    QVERIFY2(layout.match(datagram).hasMatch(), qPrintable(datagram));
+}
+
+void ZiblogTest::percentSignsAreText()
+{
+    openChannel();
+
+    qWarning("%s", "100 % %s %n");
+
+    const QByteArray datagram = logger().next();
+    QVERIFY2(datagram.endsWith(": 100 % %s %n"), datagram.constData());
+}
+
+void ZiblogTest::messageBeyondAsciiIsKept()
+{
+    openChannel();
+
+    qWarning("%s", "T\xC3\xBCr");
+
+    const QByteArray datagram = logger().next();
+    QVERIFY2(datagram.endsWith(": T\xC3\xBCr"), datagram.constData());
+    QCOMPARE(heardElsewhere.at(0).message, "Tür"_s);
+}
+
+void ZiblogTest::nothingPassesBeforeTheChannelIsOpened()
+{
+    qWarning("too early");
+
+    QCOMPARE(logger().next(), QByteArray());
+    QCOMPARE(heardElsewhere.size(), 1);
+}
+
+QTEST_GUILESS_MAIN(ZiblogTest)
+
+#include "tst_ziblog.moc"

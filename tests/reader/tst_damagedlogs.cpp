@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Damage on purpose, everywhere: the reader ends, in bounded memory, and records
+// that the damage does not reach stay readable.
+
+#include "catalog/systemeventcatalogue.h"
+#include "reader/systemeventlogfilereader.h"
+#include "support/literals.h"
+#include "support/logfolder.h"
+#include "support/recordbytes.h"
+
+#include <QRandomGenerator>
+#include <QTest>
+
+#include <limits>
+
+namespace
+{
+
+using RecordBytes::number;
+using RecordBytes::record;
+
+constexpr quint64 noMinimum = std::numeric_limits<quint64>::max();
+
+QByteArray recordWithValues(quint64 logNr)
+{
+    RecordBytes::Fields fields;
+    fields.logNr = logNr;
+    fields.values = number(1, 1) + number(5, 4) + RecordBytes::sized("text");
+    return record(fields);
+}
+
+QByteArray threeRecords()
+{
+    return recordWithValues(1) + recordWithValues(2) + recordWithValues(3);
+}
+
+void silence(QtMsgType /*type*/, const QMessageLogContext & /*context*/,
+             const QString & /*message*/)
+{
+}
+
+} // namespace
+
+class DamagedLogsTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void everyBitFlipped();
+    void everyLength();
+    void otherFilesStayReadable();
+    void trailerBeforeTheStartIsIndexed();
+    void trailerBeforeTheStartHidesTheNextRecord();
+    void zeroTrailersEnd();
+    void randomBytesEnd();
+    void appendedDamageEndsTheUpdate();
+
+private:
+    //! Asks for every number there may be, the smallest and the largest included.
+    static void readAll(SystemeventLogfileReader &reader);
+
+    SystemeventCatalogue catalogue;
+};
+
+void DamagedLogsTest::initTestCase()
+{
+    SystemeventDescription event(1001, "e"_s, "warning"_s, "s"_s);
+    event.descriptions.insert("en"_s, "%1 %2 %3"_s);
+    event.arguments = {SystemeventArgument("a"_s, ArgumentType::Bool),
+                       SystemeventArgument("b"_s, ArgumentType::Int32),
+                       SystemeventArgument("c"_s, ArgumentType::String)};
+    catalogue.events.insert(1001, event);
+}
+
+void DamagedLogsTest::readAll(SystemeventLogfileReader &reader)
+{
+    const quint64 lowest = reader.getMinLogNr();
+    const quint64 highest = reader.getMaxLogNr();
+    for (const quint64 logNr : {quint64(0), quint64(1), quint64(2), quint64(3), lowest, highest}) {
+        const QString entry = reader.jsonEntry(logNr, "en"_s);
+        QVERIFY(entry.isEmpty() || entry.endsWith(QLatin1Char('}')));
+    }
+}
+
+void DamagedLogsTest::everyBitFlipped()
+{
+    const LogFolder logs;
+    const QByteArray healthy = threeRecords();
+    const QtMessageHandler loud = qInstallMessageHandler(silence);
+    for (int bit = 0; bit < healthy.size() * 8; ++bit) {
+        QByteArray damaged = healthy;
+        damaged[bit / 8] = char(damaged[bit / 8] ^ (1 << bit % 8));
+        logs.put(0, damaged);
+        SystemeventLogfileReader reader(logs.dir(), &catalogue);
+        readAll(reader);
+        // Damage before the last record does not reach it.
+        if (bit / 8 < 2 * recordWithValues(1).size() - 2) {
+            QVERIFY(reader.jsonEntry(3, "en"_s).startsWith("{\"eventnr\":3,"_s));
+        }
+    }
+    qInstallMessageHandler(loud);
+}
+
+void DamagedLogsTest::everyLength()
+{
+    const LogFolder logs;
+    const QByteArray healthy = threeRecords();
+    const QtMessageHandler loud = qInstallMessageHandler(silence);
+    for (int length = 0; length <= healthy.size(); ++length) {
+        logs.put(0, healthy.left(length));
+        SystemeventLogfileReader reader(logs.dir(), &catalogue);
+        readAll(reader);
+        if (length % recordWithValues(1).size() == 0) {
+            QCOMPARE(reader.getMaxLogNr(), quint64(length / recordWithValues(1).size()));
+        }
+    }
+    qInstallMessageHandler(loud);
+}
+
+void DamagedLogsTest::otherFilesStayReadable()
+{
+    const LogFolder logs;
+    logs.put(2, threeRecords());
+    logs.put(1, QByteArray(5000, '\xFF'));
+    logs.put(0, recordWithValues(100));
+    SystemeventLogfileReader reader(logs.dir(), &catalogue);
+    for (const quint64 logNr : {1, 2, 3, 100}) {
+        QCOMPARE(reader.jsonEntry(logNr, "en"_s),
+                 R"({"eventnr":%1,"secs":"1700000000.250000","eventtype":1001,)"_s.arg(logNr)
+                     + R"("loglevel":"warning","path":"/power/supply","msg":"1 5 text"})"_s);
+    }
+}
+
+void DamagedLogsTest::trailerBeforeTheStartIsIndexed()
+{
+    const LogFolder logs;
+    logs.put(0, record(7).chopped(2) + number(1000, 2));
+    SystemeventLogfileReader reader(logs.dir(), &catalogue);
+    // Nothing can be read before the start: the number counts as zero.
+    QCOMPARE(reader.getMinLogNr(), quint64(0));
+    QCOMPARE(reader.getMaxLogNr(), quint64(0));
+    QVERIFY(reader.jsonEntry(0, "en"_s).startsWith("{\"eventnr\":"_s));
+}
+
+void DamagedLogsTest::trailerBeforeTheStartHidesTheNextRecord()
+{
+    const LogFolder logs;
+    logs.put(0, record(1).chopped(2) + number(1000, 2) + record(2) + record(3));
+    SystemeventLogfileReader reader(logs.dir(), &catalogue);
+    // The walk stays where it is and finds the number of the record behind once more.
+    QCOMPARE(reader.getMinLogNr(), quint64(2));
+    QCOMPARE(reader.getMaxLogNr(), quint64(3));
+    QVERIFY(reader.jsonEntry(3, "en"_s).startsWith("{\"eventnr\":3,"_s));
+    QVERIFY(!reader.jsonEntry(2, "en"_s).isEmpty());
+}
+
+void DamagedLogsTest::zeroTrailersEnd()
+{
+    const LogFolder logs;
+    logs.put(0, QByteArray(102400, '\0'));
+    SystemeventLogfileReader reader(logs.dir(), &catalogue);
+    QCOMPARE(reader.getMinLogNr(), quint64(0));
+    QCOMPARE(reader.getMaxLogNr(), quint64(0));
+}
+
+void DamagedLogsTest::randomBytesEnd()
+{
+    constexpr quint32 seed = 20240501;
+    qInfo("seed %u", seed);
+    QRandomGenerator random(seed);
+    const LogFolder logs;
+    const QtMessageHandler loud = qInstallMessageHandler(silence);
+    for (int round = 0; round < 200; ++round) {
+        QByteArray bytes(int(random.bounded(1, 3000)), '\0');
+        for (char &byte : bytes) {
+            byte = char(random.bounded(round % 2 == 0 ? 256 : 4));
+        }
+        logs.put(0, bytes);
+        SystemeventLogfileReader reader(logs.dir(), &catalogue);
+        readAll(reader);
+        QVERIFY(reader.getMinLogNr() != noMinimum);
+        logs.append(0, threeRecords());
+        reader.logfileChanged();
+        readAll(reader);
+    }
+    qInstallMessageHandler(loud);
+}
+
+void DamagedLogsTest::appendedDamageEndsTheUpdate()
+{
+    const LogFolder logs;
+    logs.put(0, threeRecords());
+    SystemeventLogfileReader reader(logs.dir(), &catalogue);
+    QCOMPARE(reader.getMaxLogNr(), quint64(3));
+    logs.append(0, QByteArray(3001, '\0'));
+    reader.logfileChanged();
+    QCOMPARE(reader.getMaxLogNr(), quint64(3));
+    QVERIFY(reader.jsonEntry(2, "en"_s).startsWith("{\"eventnr\":2,"_s));
+}
+
+QTEST_GUILESS_MAIN(DamagedLogsTest)
+#include "tst_damagedlogs.moc"

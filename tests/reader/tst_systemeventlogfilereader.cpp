@@ -1,0 +1,656 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// The reader: its index, what it makes of values, and the JSON of one record.
+
+#include "catalog/systemeventcatalogue.h"
+#include "reader/systemeventlogfilereader.h"
+#include "support/goldenrecords.h"
+#include "support/literals.h"
+#include "support/logfolder.h"
+#include "support/recordbytes.h"
+#include "support/workedrecord.h"
+
+#include <QCoreApplication>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTest>
+#include <QtEndian>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+
+namespace
+{
+
+using RecordBytes::number;
+using RecordBytes::record;
+using RecordBytes::sized;
+
+constexpr quint64 noMinimum = std::numeric_limits<quint64>::max();
+
+//! What the process says at debug level, as it would appear on standard error.
+class DebugMessages
+{
+public:
+    DebugMessages()
+    {
+        lines().clear();
+        previous = qInstallMessageHandler(take);
+    }
+    ~DebugMessages() { qInstallMessageHandler(previous); }
+    Q_DISABLE_COPY_MOVE(DebugMessages)
+
+    [[nodiscard]] static QStringList &lines()
+    {
+        static QStringList all;
+        return all;
+    }
+
+private:
+    static void take(QtMsgType type, const QMessageLogContext & /*context*/, const QString &message)
+    {
+        if (type == QtDebugMsg) {
+            lines().append(message);
+        }
+    }
+
+    QtMessageHandler previous;
+};
+
+} // namespace
+
+class SystemeventLogfileReaderTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void withoutRecords_data();
+    void withoutRecords();
+    void numbersOfSeveralFiles();
+    void numbersHave64Bits();
+    void constructionTouchesNothing();
+    void queriesRereadOnlyAfterASignal();
+    void appendedRecordsAreIndexedSilently();
+    void allNewRecordsEndWithAReadError();
+    void appendingWithoutCurrentFile();
+    void emptyBundleChangesNothing();
+    void rotationRebuildsTheIndex();
+    void fileNumbers_data();
+    void fileNumbers();
+    void sameFileNumberTheLaterListedWins();
+    void sameLogNumberTheLaterListedWins();
+    void foldersAreSkipped();
+
+    void goldenRecord_data();
+    void goldenRecord();
+    void storedValue_data();
+    void storedValue();
+    void valueAtTheEndOfTheFile_data();
+    void valueAtTheEndOfTheFile();
+    void placeholders_data();
+    void placeholders();
+    void shortArgumentAreaReadsOn();
+    void explodingTextStops();
+
+    void entry_data();
+    void entry();
+    void documentedRecord();
+    void missingNumberIsEmpty();
+    void storedNumberIsShown();
+    void withoutCatalogueTheProcessEnds();
+
+private:
+    [[nodiscard]] std::unique_ptr<SystemeventLogfileReader> makeReader();
+    //! The message of a record of event 1001 with these values, all else in order.
+    [[nodiscard]] QString message(const QByteArray &values);
+    void declare(const QList<int> &types, const QString &text);
+
+    std::unique_ptr<LogFolder> logs;
+    SystemeventCatalogue catalogue;
+};
+
+void SystemeventLogfileReaderTest::init()
+{
+    logs = std::make_unique<LogFolder>();
+    catalogue = SystemeventCatalogue();
+    catalogue.events.insert(1001, {1001, "supplyChanged"_s, "warning"_s, "power"_s});
+    catalogue.enums.insert("PowerSource"_s, {{0, "mains"_s}, {1, "battery"_s}, {255, "none"_s}});
+}
+
+std::unique_ptr<SystemeventLogfileReader> SystemeventLogfileReaderTest::makeReader()
+{
+    return std::make_unique<SystemeventLogfileReader>(logs->dir(), &catalogue);
+}
+
+void SystemeventLogfileReaderTest::declare(const QList<int> &types, const QString &text)
+{
+    SystemeventDescription &event = catalogue.events[1001];
+    event.arguments.clear();
+    for (const int type : types) {
+        SystemeventArgument argument("name"_s, type);
+        argument.enumName = "PowerSource"_s;
+        event.arguments.append(argument);
+    }
+    event.descriptions.insert("en"_s, text);
+}
+
+QString SystemeventLogfileReaderTest::message(const QByteArray &values)
+{
+    RecordBytes::Fields fields;
+    fields.values = values;
+    logs->put(0, record(fields));
+    const QString entry = makeReader()->jsonEntry(1, "en"_s);
+    return QJsonDocument::fromJson(entry.toUtf8()).object().value("msg"_s).toString();
+}
+
+void SystemeventLogfileReaderTest::withoutRecords_data()
+{
+    QTest::addColumn<QString>("directory");
+    QTest::addColumn<QStringList>("debugLines");
+    QTest::newRow("empty directory") << "."_s << QStringList{};
+    QTest::newRow("missing directory") << "missing"_s << QStringList{};
+    QTest::newRow("file of size 0") << "."_s << QStringList{"opening file:  \"zib0.log\""_s};
+}
+
+void SystemeventLogfileReaderTest::withoutRecords()
+{
+    QFETCH(QString, directory);
+    QFETCH(QStringList, debugLines);
+    if (!debugLines.isEmpty()) {
+        logs->put(0, {});
+    }
+    const DebugMessages debug;
+    SystemeventLogfileReader reader(QDir(logs->path(directory)), &catalogue);
+    QCOMPARE(reader.getMinLogNr(), noMinimum);
+    QCOMPARE(reader.getMaxLogNr(), quint64(0));
+    QCOMPARE(reader.jsonEntry(0, "en"_s), QString());
+    QCOMPARE(DebugMessages::lines(), debugLines);
+}
+
+void SystemeventLogfileReaderTest::numbersOfSeveralFiles()
+{
+    logs->put(0, record(8) + record(9));
+    logs->put(1, record(6) + record(7));
+    logs->put(10, record(3));
+    const auto reader = makeReader();
+    QCOMPARE(reader->getMinLogNr(), quint64(3));
+    QCOMPARE(reader->getMaxLogNr(), quint64(9));
+    for (const quint64 logNr : {3, 6, 7, 8, 9}) {
+        const QString begin = "{\"eventnr\":%1,"_s.arg(logNr);
+        QVERIFY2(reader->jsonEntry(logNr, "en"_s).startsWith(begin), qPrintable(begin));
+    }
+}
+
+void SystemeventLogfileReaderTest::numbersHave64Bits()
+{
+    const quint64 large = quint64(1) << 63;
+    logs->put(0, record(large) + record(large + 1));
+    const auto reader = makeReader();
+    QCOMPARE(reader->getMinLogNr(), large);
+    QCOMPARE(reader->getMaxLogNr(), large + 1);
+    QVERIFY(reader->jsonEntry(large, "en"_s).startsWith("{\"eventnr\":9223372036854775808,"_s));
+}
+
+void SystemeventLogfileReaderTest::constructionTouchesNothing()
+{
+    const auto reader = makeReader();
+    logs->put(0, record(5));
+    QCOMPARE(reader->getMinLogNr(), quint64(5));
+}
+
+void SystemeventLogfileReaderTest::queriesRereadOnlyAfterASignal()
+{
+    logs->put(0, record(1));
+    const auto reader = makeReader();
+    QCOMPARE(reader->getMaxLogNr(), quint64(1));
+    logs->append(0, record(2));
+    logs->put(1, record(0));
+    QCOMPARE(reader->getMaxLogNr(), quint64(1));
+    reader->logfileChanged();
+    QCOMPARE(reader->getMaxLogNr(), quint64(2));
+    QCOMPARE(reader->getMinLogNr(), quint64(1)); // other files are not looked at
+    reader->logfilesRotated();
+    QCOMPARE(reader->getMinLogNr(), quint64(0));
+}
+
+void SystemeventLogfileReaderTest::appendedRecordsAreIndexedSilently()
+{
+    logs->put(0, record(1));
+    const auto reader = makeReader();
+    QCOMPARE(reader->getMaxLogNr(), quint64(1));
+
+    logs->append(0, record(2) + record(3) + record(4));
+    reader->logfileChanged();
+    const DebugMessages debug;
+    QCOMPARE(reader->getMaxLogNr(), quint64(4));
+    QCOMPARE(DebugMessages::lines(), QStringList{});
+    for (quint64 logNr = 1; logNr <= 4; ++logNr) {
+        QVERIFY(!reader->jsonEntry(logNr, "en"_s).isEmpty());
+    }
+}
+
+void SystemeventLogfileReaderTest::allNewRecordsEndWithAReadError()
+{
+    logs->put(0, {});
+    const auto reader = makeReader();
+    QCOMPARE(reader->getMaxLogNr(), quint64(0));
+
+    logs->append(0, record(7) + record(8));
+    reader->logfileChanged();
+    const DebugMessages debug;
+    QCOMPARE(reader->getMinLogNr(), quint64(7)); // the record at position 0 is indexed
+    QCOMPARE(reader->getMaxLogNr(), quint64(8));
+    QCOMPARE(DebugMessages::lines(),
+             QStringList{"read error: \"%1\"  seekpos: -2"_s.arg(logs->path("zib0.log"_s))});
+    QVERIFY(!reader->jsonEntry(7, "en"_s).isEmpty());
+}
+
+void SystemeventLogfileReaderTest::appendingWithoutCurrentFile()
+{
+    logs->put(1, record(1));
+    const auto reader = makeReader();
+    QCOMPARE(reader->getMaxLogNr(), quint64(1));
+    logs->put(0, record(2));
+    reader->logfileChanged();
+    const DebugMessages debug;
+    QCOMPARE(reader->getMaxLogNr(), quint64(1));
+    QCOMPARE(DebugMessages::lines(), QStringList{});
+    reader->logfilesRotated();
+    QCOMPARE(reader->getMaxLogNr(), quint64(2));
+}
+
+void SystemeventLogfileReaderTest::emptyBundleChangesNothing()
+{
+    logs->put(0, record(1));
+    const auto reader = makeReader();
+    QCOMPARE(reader->getMaxLogNr(), quint64(1));
+    reader->logfileChanged();
+    const DebugMessages debug;
+    QCOMPARE(reader->getMaxLogNr(), quint64(1));
+    QCOMPARE(DebugMessages::lines(), QStringList{});
+}
+
+void SystemeventLogfileReaderTest::rotationRebuildsTheIndex()
+{
+    logs->put(0, record(1));
+    const auto reader = makeReader();
+    QCOMPARE(reader->getMaxLogNr(), quint64(1));
+    QVERIFY(QFile::remove(logs->path("zib0.log"_s)));
+    logs->put(0, record(5));
+    reader->logfilesRotated();
+    QCOMPARE(reader->getMinLogNr(), quint64(5));
+    QCOMPARE(reader->getMaxLogNr(), quint64(5));
+    QCOMPARE(reader->jsonEntry(1, "en"_s), QString());
+    // The files of before are closed: one descriptor points into the folder.
+    int open = 0;
+    const QStringList descriptors
+        = QDir("/proc/self/fd"_s).entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System);
+    for (const QString &descriptor : descriptors) {
+        const QString target = QFile::symLinkTarget("/proc/self/fd/"_s + descriptor);
+        open += target.startsWith(logs->dir().path()) ? 1 : 0;
+    }
+    QCOMPARE(open, 1);
+}
+
+void SystemeventLogfileReaderTest::fileNumbers_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("isRead");
+    QTest::addColumn<bool>("isCurrent"); // takes part in extending the index
+    QTest::newRow("zib0.log is number 0") << "zib0.log"_s << true << true;
+    QTest::newRow("zib17.log is number 17") << "zib17.log"_s << true << false;
+    QTest::newRow("zib0x.log counts as number 0") << "zib0x.log"_s << true << true;
+    QTest::newRow("zib00.log is number 0") << "zib00.log"_s << true << true;
+    QTest::newRow("the first dot ends the number") << "zib0.1.log"_s << true << true;
+    QTest::newRow("no suffix is needed") << "zib3"_s << true << false;
+    QTest::newRow("zibx.log is not read") << "zibx.log"_s << false << false;
+    QTest::newRow("zib.log is not read") << "zib.log"_s << false << false;
+    QTest::newRow("azib0.log is not read") << "azib0.log"_s << false << false;
+}
+
+void SystemeventLogfileReaderTest::fileNumbers()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, isRead);
+    QFETCH(bool, isCurrent);
+    logs->put(name, record(1));
+    const auto reader = makeReader();
+    QCOMPARE(reader->getMaxLogNr(), quint64(isRead ? 1 : 0));
+    logs->put(name, record(1) + record(2));
+    reader->logfileChanged();
+    QCOMPARE(reader->getMaxLogNr(), quint64(isCurrent ? 2 : (isRead ? 1 : 0)));
+}
+
+void SystemeventLogfileReaderTest::sameFileNumberTheLaterListedWins()
+{
+    // Listed newest first, so the older file is the later one: it is what number 0
+    // leads to, also for the records found in the other.
+    RecordBytes::Fields fields;
+    fields.logNr = 1;
+    logs->put("zib0.log"_s, record(fields));
+    fields.logNr = 2;
+    logs->put("zib0x.log"_s, record(fields));
+    logs->setAge("zib0x.log"_s, 100);
+    const auto reader = makeReader();
+    QCOMPARE(reader->getMinLogNr(), quint64(1));
+    QCOMPARE(reader->getMaxLogNr(), quint64(2));
+    QVERIFY(reader->jsonEntry(2, "en"_s).startsWith("{\"eventnr\":2,"_s));
+    QVERIFY(reader->jsonEntry(1, "en"_s).startsWith("{\"eventnr\":2,"_s));
+}
+
+void SystemeventLogfileReaderTest::sameLogNumberTheLaterListedWins()
+{
+    RecordBytes::Fields fields;
+    fields.seconds = 111;
+    logs->put(0, record(fields));
+    fields.seconds = 222;
+    logs->put(1, record(fields));
+    logs->setAge("zib1.log"_s, 100);
+    QVERIFY(makeReader()->jsonEntry(1, "en"_s).contains("\"secs\":\"222."_s));
+    logs->setAge("zib0.log"_s, 200);
+    QVERIFY(makeReader()->jsonEntry(1, "en"_s).contains("\"secs\":\"111."_s));
+}
+
+void SystemeventLogfileReaderTest::foldersAreSkipped()
+{
+    QVERIFY(logs->dir().mkdir("zib5.log"_s));
+    logs->put(0, record(1));
+    const auto reader = makeReader();
+    QCOMPARE(reader->getMaxLogNr(), quint64(1));
+}
+
+void SystemeventLogfileReaderTest::goldenRecord_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QString>("text");
+    const auto rows = goldenRecords();
+    for (const GoldenRecord &golden : rows) {
+        if (!golden.text.isNull()) {
+            QTest::newRow(golden.name) << golden.bytes << golden.declaredType << golden.text;
+        }
+    }
+}
+
+void SystemeventLogfileReaderTest::goldenRecord()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(int, type);
+    QFETCH(QString, text);
+    declare({type}, "<%1>"_s);
+    QCOMPARE(message(bytes), "<"_s + text + ">"_s);
+}
+
+void SystemeventLogfileReaderTest::storedValue_data()
+{
+    const auto floating = [](auto value) {
+        QByteArray bytes(sizeof value, '\0');
+        qToLittleEndian(value, bytes.data());
+        return bytes;
+    };
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("byte 65 is a character") << 0 << QByteArray("A") << "A"_s;
+    QTest::newRow("byte above 127 is Latin-1") << 0 << QByteArray("\xE4") << "ä"_s;
+    QTest::newRow("bool 7 is 1") << 1 << QByteArray("\x07") << "1"_s;
+    QTest::newRow("bool 2 is 1") << 1 << QByteArray("\x02") << "1"_s;
+    QTest::newRow("bool 0 is 0") << 1 << QByteArray(1, '\0') << "0"_s;
+    QTest::newRow("int16 0xFFFF is -1") << 2 << number(0xFFFF, 2) << "-1"_s;
+    QTest::newRow("int16 32767") << 2 << number(32767, 2) << "32767"_s;
+    QTest::newRow("int32 is signed") << 3 << number(0x80000000, 4) << "-2147483648"_s;
+    QTest::newRow("int64 is signed")
+        << 4 << number(quint64(1) << 63, 8) << "-9223372036854775808"_s;
+    QTest::newRow("uint64 is unsigned") << 5 << number(~quint64(0), 8) << "18446744073709551615"_s;
+    QTest::newRow("float") << 6 << floating(0.1F) << "0.1"_s;
+    QTest::newRow("float has six digits") << 6 << floating(1234567.0F) << "1.23457e+06"_s;
+    QTest::newRow("double") << 7 << floating(0.1) << "0.1"_s;
+    QTest::newRow("double has six digits") << 7 << floating(1234567.0) << "1.23457e+06"_s;
+    QTest::newRow("double not a number") << 7 << floating(std::nan("")) << "nan"_s;
+    QTest::newRow("double -0 has no sign") << 7 << floating(-0.0) << "0"_s;
+    QTest::newRow("string") << 8 << sized("Tür") << "Tür"_s;
+    QTest::newRow("string that is not UTF-8") << 8 << sized("a\xFFz") << "a\uFFFDz"_s;
+    QTest::newRow("string longer than the file") << 8 << number(1000, 2) << "readerror"_s;
+    QTest::newRow("bytearray as UTF-8") << 9 << sized("Tür") << "Tür"_s;
+    QTest::newRow("bytearray ends at a zero byte") << 9 << sized(QByteArray("ab\0c", 4)) << "ab"_s;
+    QTest::newRow("bytearray longer than the file") << 9 << number(1000, 2) << "readerror"_s;
+    QTest::newRow("enum is the item's text") << 11 << QByteArray("\x01") << "battery"_s;
+    QTest::newRow("enum byte is unsigned") << 11 << QByteArray("\xFF") << "none"_s;
+    QTest::newRow("enum without item is empty") << 11 << QByteArray("\x07") << ""_s;
+    QTest::newRow("unknown type") << -1 << QByteArray()
+                                  << "unknown argument type! further errors ahead!"_s;
+    QTest::newRow("code 12 substitutes nothing") << 12 << QByteArray() << "%1"_s;
+    QTest::newRow("code -2 substitutes nothing") << -2 << QByteArray() << "%1"_s;
+
+    const QList<QPair<int, QByteArray>> inner{
+        {0, "A"},          {1, "\x07"},       {2, number(0xFFFF, 2)}, {3, number(5, 4)},
+        {4, number(5, 8)}, {5, number(5, 8)}, {6, floating(0.5F)},    {7, floating(0.5)},
+        {8, sized("x")},   {9, sized("y")},
+    };
+    const QStringList texts{"A"_s, "1"_s,   "-1"_s,  "5"_s, "5"_s,
+                            "5"_s, "0.5"_s, "0.5"_s, "x"_s, "y"_s};
+    for (int i = 0; i < inner.size(); ++i) {
+        QTest::addRow("variant with code %d", i)
+            << 10 << number(quint64(inner[i].first), 2) + inner[i].second << texts[i];
+    }
+    QTest::newRow("variant of unknown type")
+        << 10 << number(0xFFFF, 2) << "type: \"UNKNOWN\", more errors in this logentry possible"_s;
+    for (const int code : {10, 11, 12, -2}) {
+        QTest::addRow("variant with code %d", code)
+            << 10 << number(quint64(code), 2)
+            << "unknown type, expect more errors in this entry!"_s;
+    }
+    QTest::newRow("variant with a string longer than the file")
+        << 10 << number(8, 2) + number(1000, 2) << "readerror"_s;
+}
+
+void SystemeventLogfileReaderTest::storedValue()
+{
+    QFETCH(int, type);
+    QFETCH(QByteArray, bytes);
+    QFETCH(QString, text);
+    declare({type}, "<%1>"_s);
+    QCOMPARE(message(bytes), "<"_s + text + ">"_s);
+    if (!text.contains("readerror"_s)) {
+        // It has taken its bytes and no more: the value behind it comes out right.
+        declare({type, ArgumentType::Int32}, type == 12 || type == -2 ? "%1"_s : "%1 %2"_s);
+        const QString both = message(bytes + number(77, 4));
+        QVERIFY2(both.endsWith("77"_s), qPrintable(both));
+    }
+}
+
+void SystemeventLogfileReaderTest::valueAtTheEndOfTheFile_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QByteArray>("rest");
+    QTest::addColumn<QString>("text");
+    // The end mark and the trailer are bytes like any other: they stand behind the rest.
+    QTest::newRow("int32 is partly filled") << 3 << QByteArray() << "%1"_s;
+    QTest::newRow("enum cannot be read") << 11 << QByteArray() << "readerror"_s;
+    QTest::newRow("string cannot be read") << 8 << QByteArray() << "readerror"_s;
+    QTest::newRow("bytearray cannot be read") << 9 << QByteArray() << "readerror"_s;
+    QTest::newRow("variant substitutes nothing") << 10 << QByteArray() << "%2"_s;
+    QTest::newRow("byte counts as zero") << 0 << QByteArray() << QString(QChar(0));
+    QTest::newRow("bool counts as zero") << 1 << QByteArray() << "0"_s;
+    QTest::newRow("double counts as zero") << 7 << QByteArray() << "0"_s;
+}
+
+void SystemeventLogfileReaderTest::valueAtTheEndOfTheFile()
+{
+    QFETCH(int, type);
+    QFETCH(QString, text);
+    if (type == ArgumentType::Int32) {
+        // Only the end mark and the trailer are left: 0A 21 00.
+        declare({type}, "%1"_s);
+        RecordBytes::Fields fields;
+        fields.path = "/a";
+        logs->put(0, record(fields));
+        QVERIFY(makeReader()->jsonEntry(1, "en"_s).contains("\"msg\":\"8458\""_s));
+        return;
+    }
+    // An int64 takes the end mark and the trailer, so nothing is left for the second.
+    declare({ArgumentType::Int64, type}, "%1 %2"_s);
+    const QString shown = message({}).section(QLatin1Char(' '), 1);
+    QCOMPARE(shown, text);
+}
+
+void SystemeventLogfileReaderTest::placeholders_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("numbers, not places, give the order") << "%2 before %1"_s
+                                                         << "6 before 5"_s;
+    QTest::newRow("a surplus value is dropped") << "value %1"_s
+                                                << "value 5"_s;
+    QTest::newRow("no placeholder at all") << "none"_s
+                                           << "none"_s;
+    QTest::newRow("every occurrence") << "%1 %1 %2"_s
+                                      << "5 5 6"_s;
+    QTest::newRow("a placeholder beyond the values stays") << "%1 %2 %3"_s
+                                                           << "5 6 %3"_s;
+    QTest::newRow("the lowest number, whatever it is") << "%7 %99"_s
+                                                       << "5 6"_s;
+    QTest::newRow("a value may complete a placeholder") << "%%1"_s
+                                                        << "6"_s;
+}
+
+void SystemeventLogfileReaderTest::placeholders()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, message);
+    declare({ArgumentType::Int32, ArgumentType::Int32}, text);
+    QCOMPARE(this->message(number(5, 4) + number(6, 4)), message);
+}
+
+void SystemeventLogfileReaderTest::shortArgumentAreaReadsOn()
+{
+    // Declared but not stored: the value is taken from the end mark, the trailer and
+    // the next record. Only the message suffers.
+    declare({ArgumentType::UInt64}, "%1"_s);
+    logs->put(0, record(1) + record(2));
+    const auto reader = makeReader();
+    // 0A, the trailer 2C 00, and five bytes of the next record's number.
+    QVERIFY(reader->jsonEntry(1, "en"_s).contains("\"msg\":\"%1\""_s.arg(0x0000000002002C0AULL)));
+    QVERIFY(reader->jsonEntry(2, "en"_s).startsWith("{\"eventnr\":2,"_s));
+}
+
+void SystemeventLogfileReaderTest::explodingTextStops()
+{
+    declare({8, 8, 8, 8}, "%1"_s);
+    const QByteArray many = QByteArray("%1").repeated(3500);
+    const QString text = message(sized(many) + sized(many) + sized(many) + sized(many));
+    QCOMPARE(text.size(), 2 * 3500); // the second would make it 24 million characters long
+}
+
+void SystemeventLogfileReaderTest::entry_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("text");
+    const auto with = [](auto change) {
+        RecordBytes::Fields fields;
+        change(fields);
+        return record(fields);
+    };
+    using Fields = RecordBytes::Fields;
+    const QString tail = R"(,"loglevel":"warning","path":"/power/supply","msg":"M"})"_s;
+    QTest::newRow("members in their order")
+        << with([](Fields & /*unchanged*/) {})
+        << R"({"eventnr":1,"secs":"1700000000.250000","eventtype":1001)"_s + tail;
+    QTest::newRow("microseconds without leading zeros")
+        << with([](Fields &f) { f.microseconds = 5; })
+        << R"({"eventnr":1,"secs":"1700000000.5","eventtype":1001)"_s + tail;
+    QTest::newRow("time is unsigned") << with([](Fields &f) {
+        f.seconds = -1;
+        f.microseconds = -1;
+    }) << R"({"eventnr":1,"secs":"18446744073709551615.4294967295","eventtype":1001)"_s + tail;
+    QTest::newRow("unknown event") << with([](Fields &f) {
+        f.eventId = 999;
+        f.microseconds = 7;
+    }) << R"({"eventnr":1,"secs":"1700000000.7","eventtype":999,"error":"Lookup of typeid 999 failed."})"_s;
+    QTest::newRow("event ids are signed") << with([](Fields &f) {
+        f.eventId = -3;
+    }) << R"({"eventnr":1,"secs":"1700000000.250000","eventtype":-3,"error":"Lookup of typeid -3 failed."})"_s;
+    QTest::newRow("path ends at a zero byte")
+        << with([](Fields &f) { f.path = QByteArray("/power/supply\0x", 15); })
+        << R"({"eventnr":1,"secs":"1700000000.250000","eventtype":1001)"_s + tail;
+    QTest::newRow("path is Latin-1") << with([](Fields &f) {
+        f.path = "/t\xC3\xBCr";
+    }) << R"({"eventnr":1,"secs":"1700000000.250000","eventtype":1001,"loglevel":"warning","path":"/tÃ¼r","msg":"M"})"_s;
+    QTest::newRow("path is not escaped") << with([](Fields &f) {
+        f.path = "/\"\\";
+    }) << R"({"eventnr":1,"secs":"1700000000.250000","eventtype":1001,"loglevel":"warning","path":"/"\","msg":"M"})"_s;
+}
+
+void SystemeventLogfileReaderTest::entry()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(QString, text);
+    declare({}, "M"_s);
+    logs->put(0, bytes);
+    QCOMPARE(makeReader()->jsonEntry(1, "en"_s), text);
+    // Level and message: one as it is, the other escaped.
+    catalogue.events[1001].logLevelName = "\"w\\"_s;
+    declare({}, "a \"b\" \\ c\nd\u0001"_s);
+    if (text.contains("\"msg\""_s)) {
+        const QString other = makeReader()->jsonEntry(1, "en"_s);
+        QVERIFY(other.contains("\"loglevel\":\"\"w\\\","_s));
+        QVERIFY(other.endsWith("\"msg\":\"a \\\"b\\\" \\\\ c\\nd\\u0001\"}"_s));
+    }
+}
+
+void SystemeventLogfileReaderTest::documentedRecord()
+{
+    catalogue.events[1001].logLevelName = "warning"_s;
+    declare({ArgumentType::Bool, ArgumentType::Int32, ArgumentType::Double, ArgumentType::String},
+            "Supply %1: %2 A at %3 V from %4"_s);
+    const QString docs = QStringLiteral(SEL_DOCS);
+    logs->put(0, workedRecord(docs));
+    const QString shown = makeReader()->jsonEntry(42, "en"_s);
+    QVERIFY(!shown.isEmpty());
+    QCOMPARE(fencedBlocks(docs + "/log-format.md"_s, "json"_s), shown);
+}
+
+void SystemeventLogfileReaderTest::missingNumberIsEmpty()
+{
+    logs->put(0, record(1) + record(3));
+    const auto reader = makeReader();
+    for (const quint64 logNr : {quint64(0), quint64(2), quint64(4), noMinimum}) {
+        QCOMPARE(reader->jsonEntry(logNr, "en"_s), QString());
+    }
+}
+
+void SystemeventLogfileReaderTest::storedNumberIsShown()
+{
+    logs->put(0, record(1));
+    const auto reader = makeReader();
+    QCOMPARE(reader->getMaxLogNr(), quint64(1));
+    logs->put(0, record(12)); // behind the index's back
+    QVERIFY(reader->jsonEntry(1, "en"_s).startsWith("{\"eventnr\":12,"_s));
+}
+
+void SystemeventLogfileReaderTest::withoutCatalogueTheProcessEnds()
+{
+    QProcess child;
+    child.start(QCoreApplication::applicationFilePath(), {"--without-catalogue"_s});
+    QVERIFY(child.waitForFinished());
+    QCOMPARE(child.exitStatus(), QProcess::CrashExit);
+    QVERIFY(child.readAllStandardError().contains(
+        "SystemeventLogfileReader::SystemeventLogfileReader systemevents==NULL!"));
+}
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    if (QCoreApplication::arguments().value(1) == "--without-catalogue"_s) {
+        const SystemeventLogfileReader reader(QDir(), nullptr);
+        return 0;
+    }
+    SystemeventLogfileReaderTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+#include "tst_systemeventlogfilereader.moc"

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/configservice.h"
+
+#include "support/literals.h"
+
+#include <QDBusConnection>
+
+namespace
+{
+
+const char connectionName[] = "configuration service";
+
+//! A connection besides the test's own, as a real service has one.
+QDBusConnection ownConnection()
+{
+    return QDBusConnection::connectToBus(QString::fromLocal8Bit(qgetenv("DBUS_SYSTEM_BUS_ADDRESS")),
+                                         QString::fromLatin1(connectionName));
+}
+
+const char serviceName[] = "com.tovel.fwconfig";
+
+} // namespace
+
+ConfigService::ConfigService()
+{
+    ownConnection().registerObject("/systemvariables"_s, this, QDBusConnection::ExportAllSlots);
+    behave(Manner::Answers);
+}
+
+ConfigService::~ConfigService()
+{
+    behave(Manner::IsAbsent);
+}
+
+void ConfigService::behave(Manner newManner)
+{
+    const QString name = QString::fromLatin1(serviceName);
+    if (newManner == Manner::IsAbsent) {
+        ownConnection().unregisterService(name);
+    } else if (manner == Manner::IsAbsent && !ownConnection().registerService(name)) {
+        qFatal("the configuration service's name is taken");
+    }
+    manner = newManner;
+}
+
+void ConfigService::release()
+{
+    for (const QDBusMessage &request : qAsConst(heldBack)) {
+        const QString key = request.arguments().constFirst().toString();
+        ownConnection().send(request.createReply(values.value(key)));
+    }
+    heldBack.clear();
+    manner = Manner::Answers;
+}
+
+void ConfigService::leaveTheBus()
+{
+    QDBusConnection::disconnectFromBus(QString::fromLatin1(connectionName));
+    manner = Manner::IsAbsent;
+}
+
+QString ConfigService::getTrimmed(const QString &key)
+{
+    calls.append("getTrimmed "_s + key);
+    switch (manner) {
+    case Manner::Errs:
+        sendErrorReply(QDBusError::Failed, "no such variable"_s);
+        break;
+    case Manner::IsSilent:
+        setDelayedReply(true);
+        heldBack.append(message());
+        break;
+    case Manner::TalksNonsense:
+        setDelayedReply(true);
+        ownConnection().send(message().createReply(QVariant(1)));
+        break;
+    default:
+        break;
+    }
+    return values.value(key);
+}
+
+void ConfigService::set(const QString &key, const QString &value)
+{
+    calls.append("set "_s + key + "="_s + value);
+    values.insert(key, value);
+}
+
+void ConfigService::save()
+{
+    calls.append("save"_s);
+}

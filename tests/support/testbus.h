@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QTemporaryDir>
+
+/*!
+ * A message bus of the test's own that stands in for the system bus: of this
+ * process, from its first use of QDBusConnection::systemBus() on, and of every
+ * process started later. Limits are the defaults of a system bus; everybody may
+ * do everything.
+ */
+class TestBus
+{
+public:
+    TestBus();
+    ~TestBus();
+    Q_DISABLE_COPY_MOVE(TestBus)
+
+    [[nodiscard]] QString address() const { return busAddress; }
+
+private:
+    QTemporaryDir folder;
+    QProcess daemon;
+    QString busAddress;
+};

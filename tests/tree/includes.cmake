@@ -1,0 +1,41 @@
+# SPDX-License-Identifier: Apache-2.0
+#
+# Includes run one way: fails for every #include "folder/..." below SOURCES whose
+# folder is not allowed to know that header.
+
+# What a folder may include besides itself: folders, or single headers.
+set(allowed_devicelib)
+set(allowed_catalog)
+set(allowed_binlog catalog)
+set(allowed_reader binlog/logformat.h catalog devicelib)
+set(allowed_udp binlog/loginterface.h catalog)
+set(allowed_manager binlog catalog devicelib reader udp)
+set(allowed_app devicelib manager)
+
+cmake_policy(VERSION 3.22)
+
+set(wrong 0)
+set(seen 0)
+file(GLOB_RECURSE files RELATIVE "${SOURCES}" "${SOURCES}/*.cpp" "${SOURCES}/*.h")
+foreach(file IN LISTS files)
+    string(REGEX REPLACE "/.*" "" folder "${file}")
+    file(STRINGS "${SOURCES}/${file}" lines REGEX "^#include \"")
+    foreach(line IN LISTS lines)
+        string(REGEX REPLACE "^#include \"(.*)\".*" "\\1" header "${line}")
+        string(REGEX REPLACE "/.*" "" target "${header}")
+        math(EXPR seen "${seen} + 1")
+        if(NOT target STREQUAL folder AND NOT header STREQUAL "buildversion.h"
+                AND NOT target IN_LIST allowed_${folder}
+                AND NOT header IN_LIST allowed_${folder})
+            message("${file} must not include ${header}")
+            set(wrong 1)
+        endif()
+    endforeach()
+endforeach()
+
+if(seen EQUAL 0)
+    message(FATAL_ERROR "no include found below ${SOURCES}")
+endif()
+if(wrong)
+    message(FATAL_ERROR "includes must run one way")
+endif()
