@@ -30,7 +30,7 @@ void raiseOpenFilesLimit()
 //! Answers for the paths of the daemon's nodes as long as the process lives; never deleted.
 void claimObjectPaths()
 {
-    auto *const factory = new zib::FactoryManager(
+    static auto *const factory = new zib::FactoryManager(
         zib::ConstParameter::domainForIdx(zib::ConstParameter::IDX_SYSTEM),
         QStringLiteral("^\\/system($|\\/eventlog.*)"));
     factory->takeIntoService();

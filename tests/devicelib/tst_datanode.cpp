@@ -67,7 +67,7 @@ QDBusMessage callNode(const QString &path, const QString &interface, const QStri
     QDBusMessage message = QDBusMessage::createMethodCall(
         QDBusConnection::systemBus().baseService(), path, interface, method);
     message.setArguments(arguments);
-    return client.call(message, QDBus::BlockWithGui); // the node answers meanwhile
+    return callAndServe(client, message); // the node answers meanwhile
 }
 
 bool isServed(const QString &path)

@@ -2,12 +2,12 @@
 #include "support/device.h"
 
 #include "support/literals.h"
+#include "support/testbus.h"
 
 #include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusVariant>
 #include <QDir>
-#include <QEventLoop>
 #include <QFile>
 #include <QRegularExpression>
 #include <QTest>
@@ -15,7 +15,7 @@
 namespace
 {
 
-constexpr int patience = 20000; // milliseconds; a sanitized daemon on a busy machine is slow
+constexpr int patience = busPatience;
 
 QDBusConnection bus()
 {
@@ -26,12 +26,6 @@ QDBusMessage methodCall(const QString &interface, const QString &method)
 {
     return QDBusMessage::createMethodCall("com.tovel.systemeventlogger"_s, "/system/eventlog"_s,
                                           interface, method);
-}
-
-//! Keeps the event loop alive meanwhile: the configuration service lives in it.
-QDBusMessage callAndServe(const QDBusMessage &message)
-{
-    return bus().call(message, QDBus::BlockWithGui, patience);
 }
 
 QVariant wrap(const QVariant &value)
@@ -120,7 +114,7 @@ QDBusMessage Device::call(const QString &method, const QVariantList &arguments)
 {
     QDBusMessage message = methodCall("local.LogManager"_s, method);
     message.setArguments(arguments);
-    return callAndServe(message);
+    return callAndServe(bus(), message);
 }
 
 QVariant Device::result(const QString &method, const QVariantList &arguments)
@@ -133,7 +127,7 @@ QVariant Device::property(const QString &name)
 {
     QDBusMessage message = methodCall("org.freedesktop.DBus.Properties"_s, "Get"_s);
     message << "local.LogManager"_s << name;
-    const QDBusMessage reply = callAndServe(message);
+    const QDBusMessage reply = callAndServe(bus(), message);
     return reply.arguments().value(0).value<QDBusVariant>().variant();
 }
 
@@ -141,7 +135,7 @@ bool Device::setProperty(const QString &name, const QVariant &value)
 {
     QDBusMessage message = methodCall("org.freedesktop.DBus.Properties"_s, "Set"_s);
     message << "local.LogManager"_s << name << wrap(value);
-    return callAndServe(message).type() == QDBusMessage::ReplyMessage;
+    return callAndServe(bus(), message).type() == QDBusMessage::ReplyMessage;
 }
 
 QString Device::json(const QString &lang)

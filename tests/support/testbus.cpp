@@ -3,6 +3,8 @@
 
 #include "support/literals.h"
 
+#include <QDBusPendingCallWatcher>
+#include <QEventLoop>
 #include <QFile>
 
 namespace
@@ -48,4 +50,13 @@ TestBus::~TestBus()
 {
     daemon.kill();
     daemon.waitForFinished();
+}
+
+QDBusMessage callAndServe(const QDBusConnection &connection, const QDBusMessage &message)
+{
+    const QDBusPendingCallWatcher watcher(connection.asyncCall(message, busPatience));
+    QEventLoop loop;
+    QObject::connect(&watcher, &QDBusPendingCallWatcher::finished, &loop, &QEventLoop::quit);
+    loop.exec();
+    return watcher.reply();
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QProcess>
 #include <QString>
 #include <QTemporaryDir>
@@ -25,3 +27,13 @@ private:
     QProcess daemon;
     QString busAddress;
 };
+
+//! How long to wait for a peer, in milliseconds; a sanitized one on a busy machine is slow.
+constexpr int busPatience = 20000;
+
+/*!
+ * Calls a method and keeps the event loop alive meanwhile, for services of the test's
+ * own. (The framework's way, BlockWithGui, now and then misses a reply that comes at
+ * once.)
+ */
+QDBusMessage callAndServe(const QDBusConnection &connection, const QDBusMessage &message);
