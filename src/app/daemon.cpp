@@ -2,6 +2,7 @@
 #include "app/daemon.h"
 
 #include "app/version.h"
+#include "devicelib/busreading.h"
 #include "devicelib/constants.h"
 #include "devicelib/factorymanager.h"
 #include "devicelib/ziblog.h"
@@ -47,6 +48,7 @@ int runDaemon(QCoreApplication &application)
     if (!bus.registerService(serviceName)) {
         qFatal("Registering dbus connection failed.");
     }
+    zib::keepReading(bus);
     claimObjectPaths();
 
     auto version = std::make_unique<Version>();

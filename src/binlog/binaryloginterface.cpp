@@ -195,7 +195,8 @@ void BinaryLogInterface::continueAfterOlderFiles()
     const QList<int> older = existingFiles(1, std::numeric_limits<int>::max());
     for (auto index = older.crbegin(); index != older.crend(); ++index) {
         QFile file(filePath(*index));
-        if (file.open(QIODevice::ReadOnly) && file.size() > 0) {
+        // Opening a pipe would wait for a writer that never comes.
+        if (QFileInfo(file).isFile() && file.open(QIODevice::ReadOnly) && file.size() > 0) {
             logNr = LogFormat::lastLogNr(file) + 1;
             return;
         }

@@ -22,6 +22,7 @@
 #include <limits>
 #include <memory>
 
+#include <sys/stat.h>
 #include <sys/time.h>
 
 namespace
@@ -73,6 +74,7 @@ private Q_SLOTS:
     void numberingContinues();
     void emptyCurrentFileContinuesAfterTheNewestOlderFile_data();
     void emptyCurrentFileContinuesAfterTheNewestOlderFile();
+    void pipeAmongOlderFilesIsSkipped();
     void fullFileIsRotatedAtStart();
 
     void rotationMovesEveryFile();
@@ -378,6 +380,13 @@ void BinaryLogInterfaceTest::emptyCurrentFileContinuesAfterTheNewestOlderFile()
         put(index, RecordBytes::record(quint64(1000 - index)));
     }
     QCOMPARE(makeLog()->nextNumber(), next);
+}
+
+void BinaryLogInterfaceTest::pipeAmongOlderFilesIsSkipped()
+{
+    QCOMPARE(mkfifo(qPrintable(path(1)), S_IRUSR | S_IWUSR), 0);
+    put(2, RecordBytes::record(8));
+    QCOMPARE(makeLog()->nextNumber(), quint64(9));
 }
 
 void BinaryLogInterfaceTest::fullFileIsRotatedAtStart()

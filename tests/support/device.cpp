@@ -117,6 +117,13 @@ QDBusMessage Device::call(const QString &method, const QVariantList &arguments)
     return callAndServe(bus(), message);
 }
 
+void Device::callNoReply(const QString &method, const QVariantList &arguments)
+{
+    QDBusMessage message = methodCall("local.LogManager"_s, method);
+    message.setArguments(arguments);
+    bus().send(message);
+}
+
 QVariant Device::result(const QString &method, const QVariantList &arguments)
 {
     const QDBusMessage reply = call(method, arguments);

@@ -45,6 +45,8 @@ public:
 
     //! Calls a method of the log node.
     QDBusMessage call(const QString &method, const QVariantList &arguments = {});
+    //! Calls a method of the log node and does not wait for the answer.
+    void callNoReply(const QString &method, const QVariantList &arguments);
     //! The first result of such a call, invalid after an error.
     QVariant result(const QString &method, const QVariantList &arguments = {});
     QVariant property(const QString &name);

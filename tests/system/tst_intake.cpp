@@ -10,6 +10,7 @@
 #include <QDBusObjectPath>
 #include <QDBusUnixFileDescriptor>
 #include <QDBusVariant>
+#include <QFileInfo>
 #include <QTest>
 
 namespace
@@ -61,6 +62,7 @@ private Q_SLOTS:
     void fileDescriptors();
     void deepNesting();
     void hugeValue();
+    void floodWhileBusy();
     void otherSignatures_data();
     void otherSignatures();
     void binaryOutputComesFirst();
@@ -289,6 +291,29 @@ void IntakeTest::hugeValue()
                  .toString()
                  .section(R"("loglevel":)"_s, 1),
              R"("info","path":"/after","msg":"Message small"}])"_s);
+}
+
+void IntakeTest::floodWhileBusy()
+{
+    // More than the bus library lets wait (some 60 MiB) arrives while the daemon makes a
+    // long answer of empty elements: it must read on afterwards.
+    Device::writeLogFile(0, RecordBytes::record(1) + RecordBytes::record(16700000));
+    device->config.values.insert("SystemeventLogLocal"_s, "true"_s);
+    device->config.values.insert("SystemeventLogtail"_s, "200"_s);
+    QVERIFY(device->start());
+    device->callNoReply("jsonLogfile"_s, {quint64(0), ~quint64(0)});
+    constexpr int count = 100;
+    constexpr int size = 1000000;
+    for (int i = 0; i < count; ++i) {
+        device->change("/flood"_s, 1002, {QString(size, QLatin1Char('x'))});
+    }
+    device->settle();
+    QVERIFY(device->fillBundle());
+    qint64 stored = 0;
+    for (int index = 0; index <= count + 1; ++index) {
+        stored += QFileInfo(Device::logPath(index)).size();
+    }
+    QVERIFY(stored > qint64(count) * size);
 }
 
 void IntakeTest::otherSignatures_data()
