@@ -51,6 +51,7 @@ private Q_SLOTS:
     void init();
     void cleanup();
     void subscriptionFollowsTheSwitches();
+    void storedSwitchSubscribesAtStart();
     void nothingIsHeardWhileOff();
     void levelFilter_data();
     void levelFilter();
@@ -100,6 +101,15 @@ void IntakeTest::subscriptionFollowsTheSwitches()
     QCOMPARE(said(), (QStringList{started, stopped}));
     QVERIFY(device->setProperty("logNetwork"_s, true));
     QCOMPARE(said(), (QStringList{started, stopped, started}));
+}
+
+void IntakeTest::storedSwitchSubscribesAtStart()
+{
+    // Nothing has used a variant of the bus yet: its type must be registered already.
+    device->config.values.insert("SystemeventLogNetwork"_s, "1"_s);
+    QVERIFY(device->start());
+    QCOMPARE(device->outputLines("systemeventlogger:"_s),
+             QStringList{"systemeventlogger: startet listening on dbus listening: true"_s});
 }
 
 void IntakeTest::nothingIsHeardWhileOff()
