@@ -48,7 +48,7 @@ int runDaemon(QCoreApplication &application)
     if (!bus.registerService(serviceName)) {
         qFatal("Registering dbus connection failed.");
     }
-    zib::keepReading(bus);
+    const zib::BusReading busReading(bus);
     claimObjectPaths();
 
     auto version = std::make_unique<Version>();

@@ -1,39 +1,51 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "devicelib/busreading.h"
 
-#include <QAbstractEventDispatcher>
+#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
+#include <QEvent>
 #include <QSocketNotifier>
+
+#include <chrono>
 
 namespace zib
 {
 namespace
 {
 
-void switchOn(QSocketNotifier *notifier)
+void switchOffAndOn(QSocketNotifier *notifier)
 {
-    // A look from this thread may be late by a moment; the next idle moment repeats it.
-    if (!notifier->isEnabled()) {
-        QMetaObject::invokeMethod(
-            notifier, [notifier] { notifier->setEnabled(true); }, Qt::QueuedConnection);
-    }
+    notifier->setEnabled(false);
+    notifier->setEnabled(true);
 }
 
 } // namespace
 
-void keepReading(const QDBusConnection &connection)
+BusReading::BusReading(const QDBusConnection &connection)
 {
+    soon.setSingleShot(true);
+    soon.setInterval(std::chrono::seconds(1));
     // The notifiers are children of the connection's core, as its interface object is.
     const QObject *const core = connection.interface()->parent();
     const auto notifiers = core->findChildren<QSocketNotifier *>();
     for (QSocketNotifier *const notifier : notifiers) {
         if (notifier->type() == QSocketNotifier::Read) {
-            QObject::connect(QAbstractEventDispatcher::instance(),
-                             &QAbstractEventDispatcher::aboutToBlock,
-                             [notifier] { switchOn(notifier); });
+            connect(&soon, &QTimer::timeout, notifier,
+                    [notifier] { switchOffAndOn(notifier); }); // runs in its thread
         }
     }
+    soon.start();
+    QCoreApplication::instance()->installEventFilter(this);
+}
+
+bool BusReading::eventFilter(QObject *receiver, QEvent *event)
+{
+    // The binding delivers messages as calls across threads.
+    if (event->type() == QEvent::MetaCall && !soon.isActive()) {
+        soon.start();
+    }
+    return QObject::eventFilter(receiver, event);
 }
 
 } // namespace zib

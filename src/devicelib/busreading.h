@@ -1,22 +1,40 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QObject>
+#include <QTimer>
+
 class QDBusConnection;
 
 namespace zib
 {
 
 /*!
- * Keeps a connection reading after a flood. To be called once, from the thread of the
- * event loop, for a connection that is up and lives as long as the process.
+ * Keeps a connection reading after a flood.
  *
  * The bus library stops reading once received messages of some 60 MiB wait to be
  * processed, so that memory stays bounded, and starts again when they have been. That
  * happens on the event loop's thread, where the binding cannot switch its socket
- * notifier on, as it belongs to another: without help the process would be deaf from
- * then on. So whenever the event loop has nothing left to do, a notifier that is off is
- * switched on in its own thread.
+ * notifier on, as it belongs to another thread; the notifier then even claims to be on.
+ * Without help the process would be deaf from then on. So at most a second after the
+ * event loop has processed anything from another thread, the notifier is switched off
+ * and on again where it lives. An idle process is not woken.
+ *
+ * To be made on the event loop's thread, for a connection that is up and lives as long
+ * as the process.
  */
-void keepReading(const QDBusConnection &connection);
+class BusReading : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit BusReading(const QDBusConnection &connection);
+
+protected:
+    bool eventFilter(QObject *receiver, QEvent *event) override;
+
+private:
+    QTimer soon;
+};
 
 } // namespace zib
