@@ -7,6 +7,7 @@
 #include "devicelib/jsonutil.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QtDebug>
 
 #include <algorithm>
@@ -185,7 +186,8 @@ void SystemeventLogfileReader::fullScan()
         std::unique_ptr<QFile> &file = fileTable[fileNr];
         file = std::make_unique<QFile>(logDir.absoluteFilePath(name));
         qDebug() << "opening file: " << name;
-        if (file->open(QIODevice::ReadOnly) && file->size() > 0) {
+        // Opening a pipe, through a link, would wait for a writer that never comes.
+        if (QFileInfo(*file).isFile() && file->open(QIODevice::ReadOnly) && file->size() > 0) {
             scanFile(fileNr, *file);
         }
     }
@@ -307,9 +309,6 @@ QString SystemeventLogfileReader::renderArguments(const QString &message,
 {
     EventText text(message);
     for (const SystemeventArgument &argument : description.arguments) {
-        if (text.isClosed()) {
-            break;
-        }
         switch (argument.type) {
         case ArgumentType::Unknown:
             text.substitute(QStringLiteral("unknown argument type! further errors ahead!"));

@@ -10,9 +10,12 @@
 #include "support/recordbytes.h"
 
 #include <QRandomGenerator>
+#include <QRegularExpression>
 #include <QTest>
 
 #include <limits>
+
+#include <sys/stat.h>
 
 namespace
 {
@@ -53,6 +56,8 @@ private Q_SLOTS:
     void otherFilesStayReadable();
     void trailerBeforeTheStartIsIndexed();
     void trailerBeforeTheStartHidesTheNextRecord();
+    void everyArgumentIsReadThoughNoneIsShown();
+    void linkToAPipeIsSkipped();
     void zeroTrailersEnd();
     void randomBytesEnd();
     void appendedDamageEndsTheUpdate();
@@ -154,6 +159,37 @@ void DamagedLogsTest::trailerBeforeTheStartHidesTheNextRecord()
     QCOMPARE(reader.getMaxLogNr(), quint64(3));
     QVERIFY(reader.jsonEntry(3, "en"_s).startsWith("{\"eventnr\":3,"_s));
     QVERIFY(!reader.jsonEntry(2, "en"_s).isEmpty());
+}
+
+void DamagedLogsTest::everyArgumentIsReadThoughNoneIsShown()
+{
+    // A record before the start of its file is read from wherever the last reading
+    // ended, so that even arguments without a placeholder have to be read.
+    SystemeventDescription event(1003, "e"_s, "warning"_s, "s"_s);
+    const SystemeventArgument text("a"_s, ArgumentType::String);
+    event.arguments = {text, text, text};
+    catalogue.events.insert(1003, event);
+    const LogFolder logs;
+    logs.put(1,
+             QByteArray::fromHex("000000000000eb03000000000800414141414141414108004242424242424242"
+                                 "080043434343434343433c00"));
+    SystemeventLogfileReader reader(logs.dir(), &catalogue);
+    QCOMPARE(reader.getMinLogNr(), quint64(0));
+    for (int i = 0; i < 2; ++i) {
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("QString::arg"_s));
+    }
+    QVERIFY(reader.jsonEntry(0, "en"_s).startsWith("{\"eventnr\":0,\"secs\":\"0.0\","_s));
+    QVERIFY(reader.jsonEntry(0, "en"_s).startsWith("{\"eventnr\":60,\"secs\":\"0.0\","_s));
+}
+
+void DamagedLogsTest::linkToAPipeIsSkipped()
+{
+    const LogFolder logs;
+    QCOMPARE(mkfifo(qPrintable(logs.path("pipe"_s)), S_IRUSR | S_IWUSR), 0);
+    QVERIFY(QFile::link(logs.path("pipe"_s), logs.path("zib5.log"_s)));
+    logs.put(0, threeRecords());
+    SystemeventLogfileReader reader(logs.dir(), &catalogue);
+    QCOMPARE(reader.getMaxLogNr(), quint64(3));
 }
 
 void DamagedLogsTest::zeroTrailersEnd()
