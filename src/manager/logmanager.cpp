@@ -8,6 +8,7 @@
 #include <QDBusConnection>
 #include <QDBusError>
 #include <QDBusMessage>
+#include <QDBusPendingReply>
 #include <QtDebug>
 
 #include <algorithm>

@@ -9,7 +9,6 @@
 #include "udp/udploginterface.h"
 
 #include <QDBusContext>
-#include <QDBusPendingReply>
 #include <QDBusVariant>
 #include <QDir>
 #include <QString>
