@@ -23,10 +23,15 @@
 #include <memory>
 
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 namespace
 {
+
+//! The size that a file had at each fsync(2) of this process.
+QList<qint64> syncedSizes;
 
 constexpr uint bundleLimit = 2560;
 constexpr uint fileLimit = 102400;
@@ -50,6 +55,17 @@ protected:
 
 } // namespace
 
+//! Stands in front of the C library's, for the writer that is linked to this program.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+extern "C" int fsync(int descriptor)
+{
+    struct stat state {
+    };
+    fstat(descriptor, &state);
+    syncedSizes.append(state.st_size);
+    return int(syscall(SYS_fsync, descriptor));
+}
+
 class BinaryLogInterfaceTest : public QObject
 {
     Q_OBJECT
@@ -65,6 +81,7 @@ private Q_SLOTS:
     void recordLengthIsKeptModulo65536();
 
     void bundleIsWrittenOnceItIsLargerThanTheLimit();
+    void everyBundleIsForcedToStorage();
     void timerWritesTheBundleAndStops();
     void writingAnEmptyBundleStillTells();
     void withoutDeviceNothingHappens();
@@ -282,6 +299,14 @@ void BinaryLogInterfaceTest::bundleIsWrittenOnceItIsLargerThanTheLimit()
     QCOMPARE(exactWritten.count(), 0); // 66 bytes are not more than 66
     logSmall(exact, 1);
     QCOMPARE(exactWritten.count(), 1);
+}
+
+void BinaryLogInterfaceTest::everyBundleIsForcedToStorage()
+{
+    const auto log = makeLog();
+    syncedSizes.clear();
+    logSmall(*log, 2 * 78);
+    QCOMPARE(syncedSizes, (QList<qint64>{2574, 5148})); // 78 records each, written before
 }
 
 void BinaryLogInterfaceTest::timerWritesTheBundleAndStops()
