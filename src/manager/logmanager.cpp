@@ -12,6 +12,7 @@
 #include <QtDebug>
 
 #include <algorithm>
+#include <optional>
 
 namespace
 {
@@ -45,12 +46,6 @@ QString waitForText(QDBusPendingReply<QString> &reply)
 {
     reply.waitForFinished();
     return reply.isValid() ? reply.value() : QString();
-}
-
-//! Bytes that a text takes in UTF-8.
-qint64 utf8Size(const QString &text)
-{
-    return text.toUtf8().size();
 }
 
 } // namespace
@@ -202,7 +197,7 @@ QString LogManager::jsonLogfile(quint64 start, quint64 end, const QString &lang)
 {
     start = std::max(start, reader.getMinLogNr());
     end = std::min(end, reader.getMaxLogNr());
-    const std::optional<QString> answer = jsonRange(start, end, lang);
+    const std::optional<QString> answer = reader.jsonRange(start, end, lang, maxAnswerSize);
     if (!answer) {
         const QString reason
             = QStringLiteral("The log numbers %1 to %2 make an answer of %3 bytes or more, too "
@@ -215,40 +210,6 @@ QString LogManager::jsonLogfile(quint64 start, quint64 end, const QString &lang)
         return {};
     }
     return *answer;
-}
-
-/*!
- * Frames the records of a range that is already clipped; nothing when the answer
- * would reach maxAnswerSize. A number without a record is an empty element, and
- * numbers still to come count with their separators: a gap that cannot fit, however
- * wide, ends the walk at once.
- */
-std::optional<QString> LogManager::jsonRange(quint64 start, quint64 end, const QString &lang)
-{
-    if (start > end) {
-        return QStringLiteral("[]");
-    }
-    constexpr quint64 separatorSize = 2;
-    QString answer(QLatin1Char('['));
-    quint64 size = 2; // the brackets
-    for (quint64 number = start;; ++number) {
-        if (end - number >= (maxAnswerSize - size) / separatorSize) {
-            return std::nullopt;
-        }
-        const QString entry = reader.jsonEntry(number, lang);
-        size += quint64(utf8Size(entry));
-        if (size + (end - number) * separatorSize >= quint64(maxAnswerSize)) {
-            return std::nullopt;
-        }
-        answer += entry;
-        if (number == end) {
-            break;
-        }
-        answer += QLatin1String(",\n");
-        size += separatorSize;
-    }
-    answer += QLatin1Char(']');
-    return answer;
 }
 
 void LogManager::updateSubscription()

@@ -14,8 +14,6 @@
 #include <QString>
 #include <QVariantMap>
 
-#include <optional>
-
 /*!
  * The daemon's one working object: owns the outputs, the catalogue and the
  * reader, hears the status changes, and is the D-Bus node through which clients
@@ -46,7 +44,7 @@ public:
      * Largest JSON answer, in bytes of UTF-8, not included: the bus drops the
      * sender of a message of more than 32 MiB, and the message's head needs room.
      */
-    static constexpr qint64 maxAnswerSize = 33488896; // 32 MiB less 64 KiB
+    static constexpr quint64 maxAnswerSize = 33488896; // 32 MiB less 64 KiB
 
     LogManager(const QString &parentPath, const QString &nodeName, QObject *parent = nullptr);
     ~LogManager() override;
@@ -100,7 +98,6 @@ private:
     void store(const QString &key, const QString &value);
     void updateSubscription();
     [[nodiscard]] bool isFiltered(int id) const;
-    [[nodiscard]] std::optional<QString> jsonRange(quint64 start, quint64 end, const QString &lang);
 
     bool logLocal = false;
     bool logNetwork = false;

@@ -286,6 +286,39 @@ QString SystemeventLogfileReader::jsonEntry(quint64 logNr, const QString &lang)
         + QLatin1Char('}');
 }
 
+/*!
+ * Numbers still to come count with their separators: a gap that cannot fit, however
+ * wide, ends the walk at once.
+ */
+std::optional<QString> SystemeventLogfileReader::jsonRange(quint64 start, quint64 end,
+                                                           const QString &lang, quint64 sizeLimit)
+{
+    if (start > end) {
+        return QStringLiteral("[]");
+    }
+    constexpr quint64 separatorSize = 2;
+    QString answer(QLatin1Char('['));
+    quint64 size = 2; // the brackets
+    for (quint64 number = start;; ++number) {
+        if (end - number >= (sizeLimit - size) / separatorSize) {
+            return std::nullopt;
+        }
+        const QString entry = jsonEntry(number, lang);
+        size += quint64(entry.toUtf8().size());
+        if (size + (end - number) * separatorSize >= sizeLimit) {
+            return std::nullopt;
+        }
+        answer += entry;
+        if (number == end) {
+            break;
+        }
+        answer += QLatin1String(",\n");
+        size += separatorSize;
+    }
+    answer += QLatin1Char(']');
+    return answer;
+}
+
 QString SystemeventLogfileReader::jsonBody(int eventId, QIODevice &file, qint64 position,
                                            const QString &lang) const
 {

@@ -7,6 +7,7 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 #include <unordered_map>
 
 class EventText;
@@ -52,6 +53,13 @@ public:
     quint64 getMaxLogNr();
     //! The JSON object of one record, empty when the number is not in the index.
     QString jsonEntry(quint64 logNr, const QString &lang);
+    /*!
+     * The records from \a start to \a end, both included, as a JSON array: one
+     * element a number, an empty one for a number that is not in the index. An
+     * array of \a sizeLimit bytes or more in UTF-8 is refused: nothing is returned.
+     */
+    std::optional<QString> jsonRange(quint64 start, quint64 end, const QString &lang,
+                                     quint64 sizeLimit);
 
 public Q_SLOTS:
     //! Records were appended to the current file.
