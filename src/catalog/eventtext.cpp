@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "catalog/eventtext.h"
 
+#include "catalog/placeholder.h"
+
 #include <QDBusVariant>
 
 #include <limits>
@@ -10,52 +12,26 @@ namespace
 {
 
 //! The occurrences of the placeholder that the next value replaces.
-struct Placeholder {
+struct Occurrences {
     int number = std::numeric_limits<int>::max();
-    qint64 plain = 0;     //!< occurrences as "%1"
-    qint64 localised = 0; //!< occurrences as "%L1"
-    qint64 length = 0;    //!< of all occurrences together
+    qint64 plain = 0;     //!< as "%1"
+    qint64 localised = 0; //!< as "%L1"
+    qint64 length = 0;    //!< of all of them together
 };
 
-//! Reads a number of one or two digits at \a position and moves past it; -1 without one.
-int readNumber(const QString &text, QString::size_type &position)
+//! Those of the lowest-numbered placeholder of a text.
+Occurrences lowestPlaceholder(const QString &text)
 {
-    const auto digitAt = [&text](QString::size_type at) {
-        return at < text.size() ? text.at(at).digitValue() : -1;
-    };
-    const int first = digitAt(position);
-    if (first < 0) {
-        return -1;
-    }
-    ++position;
-    const int second = digitAt(position);
-    if (second < 0) {
-        return first;
-    }
-    ++position;
-    return first * 10 + second;
-}
-
-//! The lowest-numbered placeholder of a text, by the rules of QString::arg().
-Placeholder lowestPlaceholder(const QString &text)
-{
-    Placeholder lowest;
-    QString::size_type position = text.indexOf(QLatin1Char('%'));
-    while (position >= 0) {
-        const QString::size_type begin = position++;
-        const bool localised = position < text.size() && text.at(position) == QLatin1Char('L');
-        if (localised) {
-            ++position;
+    Occurrences lowest;
+    QString::size_type position = 0;
+    while (const auto placeholder = Placeholder::next(text, position)) {
+        if (placeholder->number < lowest.number) {
+            lowest = Occurrences{placeholder->number};
         }
-        const int number = readNumber(text, position);
-        if (number >= 0 && number <= lowest.number) {
-            if (number < lowest.number) {
-                lowest = Placeholder{number};
-            }
-            ++(localised ? lowest.localised : lowest.plain);
-            lowest.length += position - begin;
+        if (placeholder->number == lowest.number) {
+            ++(placeholder->localised ? lowest.localised : lowest.plain);
+            lowest.length += placeholder->length;
         }
-        position = text.indexOf(QLatin1Char('%'), position);
     }
     return lowest;
 }
@@ -99,15 +75,15 @@ void EventText::substituteValue(const Value &value)
     if (closed) {
         return;
     }
-    const Placeholder placeholder = lowestPlaceholder(current);
-    qint64 length = current.size() - placeholder.length;
-    if (placeholder.plain > 0) {
-        length += placeholder.plain * valueText("%1", value).size();
+    const Occurrences lowest = lowestPlaceholder(current);
+    qint64 length = current.size() - lowest.length;
+    if (lowest.plain > 0) {
+        length += lowest.plain * valueText("%1", value).size();
     }
-    if (placeholder.localised > 0) {
-        length += placeholder.localised * valueText("%L1", value).size();
+    if (lowest.localised > 0) {
+        length += lowest.localised * valueText("%L1", value).size();
     }
-    closed = !admits(length) || placeholder.length == 0;
+    closed = !admits(length) || lowest.length == 0;
     if (length <= maxLength) {
         current = current.arg(value); // with no placeholder left it warns and changes nothing
     }
@@ -116,6 +92,11 @@ void EventText::substituteValue(const Value &value)
 void EventText::substitute(const QString &value)
 {
     substituteValue(value);
+}
+
+void EventText::substitute(std::string_view utf8)
+{
+    substituteValue(QString::fromUtf8(utf8.data(), QString::size_type(utf8.size())));
 }
 
 void EventText::substitute(qlonglong value)

@@ -5,6 +5,8 @@
 #include <QString>
 #include <QVariant>
 
+#include <string_view>
+
 /*!
  * An event's text while values take the place of its placeholders.
  *
@@ -29,6 +31,7 @@ public:
     explicit EventText(QString templateText);
 
     void substitute(const QString &value);
+    void substitute(std::string_view utf8);
     void substitute(qlonglong value);
     void substitute(qulonglong value);
     //! In format 'g' with six significant digits.

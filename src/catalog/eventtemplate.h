@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "catalog/eventtext.h"
+
+#include <QString>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+/*!
+ * The values of one event as texts in UTF-8, in the order of their placeholders.
+ * Takes values as EventText does and writes them the same way.
+ */
+class ValueTexts
+{
+public:
+    void clear();
+
+    void substitute(std::string_view utf8);
+    void substitute(const QString &value);
+    void substitute(qlonglong value);
+    void substitute(qulonglong value);
+    void substitute(double value);
+
+    [[nodiscard]] int count() const { return int(ends.size()); }
+    [[nodiscard]] std::string_view text(int value) const;
+    //! Whether a value holds a '%', and so could make a placeholder.
+    [[nodiscard]] bool holdsPercent() const { return percent; }
+
+private:
+    void finishValue(size_t begin);
+
+    std::string texts; //!< one behind the other
+    std::vector<size_t> ends;
+    bool percent = false;
+};
+
+/*!
+ * An event's text, taken apart once for many renderings.
+ *
+ * Renders in one pass what EventText makes by one substitution after another.
+ * Where the two would differ it renders nothing, and EventText is to be used: a
+ * value or the text around a placeholder could make new placeholders, one is to
+ * be filled with a localised number, a value is left over, or the result is very
+ * long.
+ */
+class EventTemplate
+{
+public:
+    // Longer texts are left to EventText and its limits.
+    static constexpr qint64 maxTemplateSize = 65536; //!< in UTF-16 code units
+    static constexpr size_t maxOnePassSize = 262144; //!< of the result, in bytes
+
+    explicit EventTemplate(const QString &templateText);
+
+    [[nodiscard]] const QString &text() const { return source; }
+    //! Appends the text in UTF-8; false, and nothing appended, where EventText is to be used.
+    bool render(const ValueTexts &values, std::string &out) const;
+
+private:
+    struct Piece {
+        std::string literal; //!< in front of the placeholder
+        std::string name;    //!< the placeholder as written
+        int value = 0;       //!< the place of its value
+    };
+
+    QString source;
+    std::vector<Piece> pieces;
+    std::string rest; //!< behind the last placeholder
+    int placeholders = 0;
+    bool onePass; //!< whether the template as such allows it
+};

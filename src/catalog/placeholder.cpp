@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "catalog/placeholder.h"
+
+std::optional<Placeholder> Placeholder::next(const QString &text, QString::size_type &position)
+{
+    // QString::arg() takes the digits of every script.
+    const auto digitAt = [&text](QString::size_type at) {
+        return at < text.size() ? text.at(at).digitValue() : -1;
+    };
+    while ((position = text.indexOf(QLatin1Char('%'), position)) >= 0) {
+        const QString::size_type begin = position++;
+        Placeholder found;
+        found.localised = position < text.size() && text.at(position) == QLatin1Char('L');
+        if (found.localised) {
+            ++position;
+        }
+        while (found.digits < 2 && digitAt(position) >= 0) {
+            found.number = 10 * found.number + digitAt(position);
+            ++found.digits;
+            ++position;
+        }
+        if (found.digits > 0) {
+            found.length = position - begin;
+            return found;
+        }
+    }
+    position = text.size();
+    return std::nullopt;
+}
