@@ -80,13 +80,6 @@ void appendValue(QByteArray &out, const QVariant &value)
     }
 }
 
-void seek(QIODevice &in, qint64 position)
-{
-    if (position >= 0) {
-        in.seek(position);
-    }
-}
-
 quint64 lastLogNr(QIODevice &in)
 {
     quint16 recordLength = 0;

@@ -54,11 +54,12 @@ void append(QByteArray &out, Number value)
 }
 
 /*!
- * Reads a number from the current position. Bytes that the device does not
- * have count as zero; the result says how many it delivered.
+ * Reads a number from the current position of a QIODevice or of anything else that
+ * reads like one. Bytes that the source does not have count as zero; the result
+ * says how many it delivered.
  */
-template <typename Number>
-qint64 read(QIODevice &in, Number &value)
+template <typename Source, typename Number>
+qint64 read(Source &in, Number &value)
 {
     std::array<char, sizeof(Number)> bytes{};
     const qint64 delivered = in.read(bytes.data(), qint64(bytes.size()));
@@ -84,9 +85,15 @@ void appendValue(QByteArray &out, const QVariant &value);
 
 /*!
  * Goes to a position from the start of the file. A position before the start
- * leaves the device where it is; one behind the end is fine and reads nothing.
+ * leaves the source where it is; one behind the end is fine and reads nothing.
  */
-void seek(QIODevice &in, qint64 position);
+template <typename Source>
+void seek(Source &in, qint64 position)
+{
+    if (position >= 0) {
+        in.seek(position);
+    }
+}
 
 //! The log number of a file's last record; 0 where it cannot be read. Nothing is checked.
 quint64 lastLogNr(QIODevice &in);

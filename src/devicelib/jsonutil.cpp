@@ -2,6 +2,7 @@
 #include "devicelib/jsonutil.h"
 
 #include <algorithm>
+#include <string_view>
 
 namespace zib
 {
@@ -14,6 +15,18 @@ bool isPlain(QChar character)
 {
     return character.unicode() >= firstPlainCharacter && character != QLatin1Char('"')
         && character != QLatin1Char('\\');
+}
+
+//! Whether all bytes are plain; without a way out of the loop, which makes it fast.
+bool allPlain(std::string_view utf8)
+{
+    unsigned char escapes = 0;
+    for (const char c : utf8) {
+        const auto byte = static_cast<unsigned char>(c);
+        escapes = static_cast<unsigned char>(escapes | (byte < firstPlainCharacter) | (byte == '"')
+                                             | (byte == '\\'));
+    }
+    return escapes == 0;
 }
 
 //! The letter of the two-character form, 0 where there is none.
@@ -62,6 +75,17 @@ QString jsonUtil::escape(const QString &text)
         }
     }
     return escaped;
+}
+
+void jsonUtil::escapeFrom(std::string &text, size_t position)
+{
+    const std::string_view tail = std::string_view(text).substr(position);
+    if (allPlain(tail)) {
+        return;
+    }
+    const QByteArray escaped
+        = escape(QString::fromUtf8(tail.data(), QString::size_type(tail.size()))).toUtf8();
+    text.replace(position, std::string::npos, escaped.constData(), size_t(escaped.size()));
 }
 
 } // namespace zib

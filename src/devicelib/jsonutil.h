@@ -3,6 +3,8 @@
 
 #include <QString>
 
+#include <string>
+
 namespace zib::jsonUtil
 {
 
@@ -13,5 +15,7 @@ namespace zib::jsonUtil
  * upper-case digits; all others stay as they are.
  */
 QString escape(const QString &text);
+//! The same within a text in UTF-8, for what stands from a position on.
+void escapeFrom(std::string &text, size_t position);
 
 } // namespace zib::jsonUtil

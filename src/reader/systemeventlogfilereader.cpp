@@ -2,24 +2,22 @@
 #include "reader/systemeventlogfilereader.h"
 
 #include "binlog/logformat.h"
-#include "catalog/eventtext.h"
-#include "catalog/systemeventcatalogue.h"
-#include "devicelib/jsonutil.h"
+#include "reader/recordjson.h"
 
 #include <QFile>
-#include <QFileInfo>
+#include <QSet>
 #include <QtDebug>
 
 #include <algorithm>
-#include <array>
-#include <limits>
+#include <numeric>
+#include <string_view>
+#include <tuple>
+#include <utility>
+
+#include <sys/stat.h>
 
 namespace
 {
-
-constexpr quint64 noMinimum = std::numeric_limits<quint64>::max();
-
-const QLatin1String readError("readerror");
 
 //! The digits between "zib" and the first dot, 0 where they are no number.
 int fileNumber(const QString &name)
@@ -27,100 +25,44 @@ int fileNumber(const QString &name)
     return name.section(QLatin1Char('.'), 0, 0).mid(3).toInt();
 }
 
-struct Bytes {
-    QByteArray content;
-    bool complete = false;
+struct ListedFile {
+    QString name;
+    qint64 modified = 0; //!< milliseconds since 1970-01-01 UTC
+    qint64 size = 0;     //!< in bytes
 };
 
-//! A value with its length in front; incomplete where the file ends before it does.
-Bytes readSized(QIODevice &file)
+/*!
+ * The files of a directory by its own filter, the one modified last first, equal ones
+ * by name. QDir::Time is the same order, but asks for the time zone at every step of
+ * the sorting.
+ */
+std::vector<ListedFile> filesByTime(const QDir &directory)
 {
-    quint16 length = 0;
-    if (LogFormat::read(file, length) < qint64(sizeof length)) {
-        return {};
+    std::vector<ListedFile> files;
+    const QStringList names = directory.entryList(QDir::NoFilter, QDir::Unsorted);
+    for (const QString &name : names) {
+        struct stat status {
+        };
+        (void)stat(QFile::encodeName(directory.absoluteFilePath(name)).constData(), &status);
+        const timespec &modified = status.st_mtim;
+        files.push_back({name, qint64(modified.tv_sec) * 1000 + modified.tv_nsec / 1000000,
+                         qint64(status.st_size)});
     }
-    const QByteArray content = file.read(length);
-    return {content, content.size() == length};
+    std::sort(files.begin(), files.end(), [](const ListedFile &left, const ListedFile &right) {
+        return std::tie(right.modified, left.name) < std::tie(left.modified, right.name);
+    });
+    return files;
 }
 
-QByteArray upToZeroByte(const QByteArray &bytes)
+//! A guess at the number of records in files, so that the index need not grow in steps.
+size_t expectedRecords(const std::vector<ListedFile> &files)
 {
-    const auto end = bytes.indexOf('\0');
-    return end < 0 ? bytes : bytes.left(end);
-}
-
-QString readString(QIODevice &file)
-{
-    const Bytes bytes = readSized(file);
-    return bytes.complete ? QString::fromUtf8(bytes.content.constData(), bytes.content.size())
-                          : QString(readError);
-}
-
-QByteArray readByteArray(QIODevice &file)
-{
-    const Bytes bytes = readSized(file);
-    return bytes.complete ? bytes.content : QByteArray(readError.data(), readError.size());
-}
-
-//! What the file does not hold of a number counts as zero.
-template <typename Number>
-Number readNumber(QIODevice &file)
-{
-    Number value{};
-    LogFormat::read(file, value);
-    return value;
-}
-
-//! Substitutes a value of one of the codes Byte to ByteArray; false for another code.
-bool renderPlainValue(EventText &text, int type, QIODevice &file)
-{
-    switch (type) {
-    case ArgumentType::Byte:
-        text.substitute(QString(QLatin1Char(readNumber<char>(file))));
-        return true;
-    case ArgumentType::Bool:
-        text.substitute(qlonglong(readNumber<quint8>(file) != 0 ? 1 : 0));
-        return true;
-    case ArgumentType::Int16:
-        text.substitute(qlonglong(readNumber<qint16>(file)));
-        return true;
-    case ArgumentType::Int32:
-        text.substitute(qlonglong(readNumber<qint32>(file)));
-        return true;
-    case ArgumentType::Int64:
-        text.substitute(qlonglong(readNumber<qint64>(file)));
-        return true;
-    case ArgumentType::UInt64:
-        text.substitute(qulonglong(readNumber<quint64>(file)));
-        return true;
-    case ArgumentType::Float:
-        text.substitute(double(readNumber<float>(file)));
-        return true;
-    case ArgumentType::Double:
-        text.substitute(readNumber<double>(file));
-        return true;
-    case ArgumentType::String:
-        text.substitute(readString(file));
-        return true;
-    case ArgumentType::ByteArray:
-        text.substitute(QString::fromUtf8(upToZeroByte(readByteArray(file))));
-        return true;
-    default:
-        return false;
-    }
-}
-
-void renderVariant(EventText &text, QIODevice &file)
-{
-    qint16 type = 0;
-    if (LogFormat::read(file, type) < qint64(sizeof type)) {
-        return;
-    }
-    if (type == ArgumentType::Unknown) {
-        text.substitute(QStringLiteral("type: \"UNKNOWN\", more errors in this logentry possible"));
-    } else if (!renderPlainValue(text, type, file)) {
-        text.substitute(QStringLiteral("unknown type, expect more errors in this entry!"));
-    }
+    constexpr qint64 usualRecordSize = 80;   // a path, and a few short values
+    constexpr qint64 mostExpected = 1048576; // a wrong guess shall not cost much
+    const qint64 size = std::accumulate(
+        files.begin(), files.end(), qint64(0),
+        [](qint64 sum, const ListedFile &file) { return sum + file.size / usualRecordSize; });
+    return size_t(std::min(size, mostExpected));
 }
 
 } // namespace
@@ -128,14 +70,12 @@ void renderVariant(EventText &text, QIODevice &file)
 SystemeventLogfileReader::SystemeventLogfileReader(const QDir &directory,
                                                    const SystemeventCatalogue *systemevents)
     : logDir(directory)
-    , minLogNr(noMinimum)
     , catalogue(systemevents)
 {
     if (!catalogue) {
         qFatal("SystemeventLogfileReader::SystemeventLogfileReader systemevents==NULL!");
     }
     logDir.setNameFilters({QStringLiteral("zib[0-9]*")});
-    logDir.setSorting(QDir::Time);
 }
 
 SystemeventLogfileReader::~SystemeventLogfileReader() = default;
@@ -143,13 +83,13 @@ SystemeventLogfileReader::~SystemeventLogfileReader() = default;
 quint64 SystemeventLogfileReader::getMinLogNr()
 {
     refresh();
-    return minLogNr;
+    return index.minLogNr();
 }
 
 quint64 SystemeventLogfileReader::getMaxLogNr()
 {
     refresh();
-    return maxLogNr;
+    return index.maxLogNr();
 }
 
 void SystemeventLogfileReader::logfileChanged()
@@ -164,6 +104,7 @@ void SystemeventLogfileReader::logfilesRotated()
 
 void SystemeventLogfileReader::refresh()
 {
+    cursor.forget();
     if (filesDirty) {
         fullScan();
     }
@@ -175,22 +116,21 @@ void SystemeventLogfileReader::refresh()
 void SystemeventLogfileReader::fullScan()
 {
     fileTable.clear();
-    entryIndex.clear();
-    minLogNr = noMinimum;
-    maxLogNr = 0;
+    std::vector<LogIndexEntry> found;
 
-    logDir.refresh();
-    const QStringList names = logDir.entryList();
-    for (const QString &name : names) {
+    const std::vector<ListedFile> files = filesByTime(logDir);
+    found.reserve(expectedRecords(files));
+    for (const auto &[name, modified, size] : files) {
         const int fileNr = fileNumber(name);
-        std::unique_ptr<QFile> &file = fileTable[fileNr];
-        file = std::make_unique<QFile>(logDir.absoluteFilePath(name));
+        cursor.forget();
+        fileTable.erase(fileNr); // a later one of the same number takes its place
+        LogFile &file = fileTable.try_emplace(fileNr, logDir.absoluteFilePath(name)).first->second;
         qDebug() << "opening file: " << name;
-        // Opening a pipe, through a link, would wait for a writer that never comes.
-        if (QFileInfo(*file).isFile() && file->open(QIODevice::ReadOnly) && file->size() > 0) {
-            scanFile(fileNr, *file);
+        if (file.size() > 0) {
+            scanFile(fileNr, file, found);
         }
     }
+    index.assign(std::move(found));
     filesDirty = false;
     indexDirty = false;
 }
@@ -200,15 +140,21 @@ void SystemeventLogfileReader::fullScan()
  * behind a damaged trailer the index holds whatever stands there, down to a
  * record whose trailer points before the start of the file.
  */
-void SystemeventLogfileReader::scanFile(int fileNr, QFile &file)
+void SystemeventLogfileReader::scanFile(int fileNr, LogFile &file,
+                                        std::vector<LogIndexEntry> &found)
 {
+    cursor.use(file);
     qint64 position = file.size();
     do {
-        LogFormat::seek(file, position - LogFormat::trailerSize);
-        position -= LogFormat::trailerSize + readNumber<quint16>(file);
-        LogFormat::seek(file, position);
-        addEntry(readNumber<quint64>(file), {fileNr, position});
-        LogFormat::seek(file, position);
+        quint16 recordLength = 0;
+        LogFormat::seek(cursor, position - LogFormat::trailerSize);
+        LogFormat::read(cursor, recordLength);
+        position -= LogFormat::trailerSize + recordLength;
+        LogIndexEntry entry{0, position, fileNr};
+        LogFormat::seek(cursor, position);
+        LogFormat::read(cursor, entry.logNr);
+        found.push_back(entry);
+        LogFormat::seek(cursor, position);
     } while (position > 0);
 }
 
@@ -216,74 +162,61 @@ void SystemeventLogfileReader::updateIndex()
 {
     const auto current = fileTable.find(0);
     if (current != fileTable.end()) {
-        extendIndex(*current->second);
+        index.add(newEntries(current->second));
     }
     indexDirty = false;
 }
 
 /*!
- * Indexes what was appended, backwards down to a number that is known. Kept:
- * where every record is new it ends at the start of the file with the message
- * about a read error, although nothing is wrong.
+ * Finds what was appended, backwards down to a number that is known. Kept: where
+ * every record is new it ends at the start of the file with the message about a
+ * read error, although nothing is wrong.
  */
-void SystemeventLogfileReader::extendIndex(QFile &file)
+std::vector<LogIndexEntry> SystemeventLogfileReader::newEntries(LogFile &file)
 {
+    std::vector<LogIndexEntry> found;
+    QSet<quint64> foundNumbers;
+    cursor.use(file);
     qint64 position = file.size();
     while (true) {
         const qint64 trailerPosition = position - LogFormat::trailerSize;
         quint16 recordLength = 0;
-        LogFormat::seek(file, trailerPosition);
-        if (LogFormat::read(file, recordLength) < 1 || trailerPosition <= 0) {
+        LogFormat::seek(cursor, trailerPosition);
+        if (LogFormat::read(cursor, recordLength) < 1 || trailerPosition <= 0) {
             qDebug() << "read error:" << file.fileName() << " seekpos:" << trailerPosition;
-            return;
+            return found;
         }
         position = trailerPosition - recordLength;
-        LogFormat::seek(file, position);
-        const auto logNr = readNumber<quint64>(file);
-        if (entryIndex.contains(logNr)) {
-            return;
+        LogIndexEntry entry{0, position, 0};
+        LogFormat::seek(cursor, position);
+        LogFormat::read(cursor, entry.logNr);
+        if (index.contains(entry.logNr) || foundNumbers.contains(entry.logNr)) {
+            return found;
         }
-        addEntry(logNr, {0, position});
-        LogFormat::seek(file, position);
+        found.push_back(entry);
+        foundNumbers.insert(entry.logNr);
+        LogFormat::seek(cursor, position);
     }
-}
-
-void SystemeventLogfileReader::addEntry(quint64 logNr, LogEntryLocation location)
-{
-    minLogNr = std::min(minLogNr, logNr);
-    maxLogNr = std::max(maxLogNr, logNr);
-    entryIndex.insert(logNr, location);
 }
 
 QString SystemeventLogfileReader::jsonEntry(quint64 logNr, const QString &lang)
 {
     refresh();
-    const auto entry = entryIndex.constFind(logNr);
-    if (entry == entryIndex.constEnd()) {
+    const auto entry = index.from(logNr);
+    if (entry == index.end() || entry->logNr != logNr) {
         return {};
     }
-    QFile &file = *fileTable.at(entry->fileNr);
-    const qint64 position = entry->position;
+    RecordJson json(catalogue, lang);
+    std::string object;
+    appendRecord(object, *entry, json);
+    return QString::fromStdString(object);
+}
 
-    LogFormat::seek(file, position + LogFormat::logNrOffset);
-    const auto storedLogNr = readNumber<quint64>(file);
-
-    LogFormat::seek(file, position + LogFormat::timestampOffset);
-    std::array<char, LogFormat::timestampSize> timestamp{};
-    file.read(timestamp.data(), LogFormat::timestampSize);
-    const auto seconds = qFromLittleEndian<quint64>(timestamp.data());
-    const auto microseconds = qFromLittleEndian<quint32>(timestamp.data() + sizeof seconds);
-
-    LogFormat::seek(file, position + LogFormat::eventIdOffset);
-    const auto eventId = readNumber<qint32>(file);
-
-    // Kept: microseconds are written without leading zeros, so that 5 of them
-    // and half a second look the same.
-    return QStringLiteral("{\"eventnr\":") + QString::number(storedLogNr)
-        + QStringLiteral(",\"secs\":\"") + QString::number(seconds) + QLatin1Char('.')
-        + QString::number(microseconds) + QStringLiteral("\",\"eventtype\":")
-        + QString::number(eventId) + QLatin1Char(',') + jsonBody(eventId, file, position, lang)
-        + QLatin1Char('}');
+void SystemeventLogfileReader::appendRecord(std::string &out, const LogIndexEntry &entry,
+                                            RecordJson &json)
+{
+    cursor.use(fileTable.at(entry.fileNr));
+    json.append(out, cursor, entry.position);
 }
 
 /*!
@@ -293,80 +226,38 @@ QString SystemeventLogfileReader::jsonEntry(quint64 logNr, const QString &lang)
 std::optional<QString> SystemeventLogfileReader::jsonRange(quint64 start, quint64 end,
                                                            const QString &lang, quint64 sizeLimit)
 {
-    if (start > end) {
-        return QStringLiteral("[]");
-    }
-    constexpr quint64 separatorSize = 2;
-    QString answer(QLatin1Char('['));
-    quint64 size = 2; // the brackets
-    for (quint64 number = start;; ++number) {
-        if (end - number >= (sizeLimit - size) / separatorSize) {
+    refresh();
+    constexpr std::string_view separator = ",\n";
+    constexpr size_t convertedAtOnce = 16384; // small enough to stay in the processor's cache
+    RecordJson json(catalogue, lang);
+    QString answer;
+    std::string pending = "[";
+    quint64 size = 2; // with both brackets
+    auto entry = index.from(start);
+    for (quint64 number = start; number <= end; ++number) {
+        const quint64 separators = end - number;
+        if (size >= sizeLimit || separators > (sizeLimit - size - 1) / separator.size()) {
             return std::nullopt;
         }
-        const QString entry = jsonEntry(number, lang);
-        size += quint64(entry.toUtf8().size());
-        if (size + (end - number) * separatorSize >= sizeLimit) {
-            return std::nullopt;
+        const size_t before = pending.size();
+        if (entry != index.end() && entry->logNr == number) {
+            appendRecord(pending, *entry++, json);
         }
-        answer += entry;
-        if (number == end) {
+        if (separators == 0) {
+            size += pending.size() - before;
             break;
         }
-        answer += QLatin1String(",\n");
-        size += separatorSize;
+        pending += separator;
+        size += pending.size() - before;
+        if (pending.size() >= convertedAtOnce) {
+            answer += QString::fromStdString(pending);
+            pending.clear();
+        }
     }
-    answer += QLatin1Char(']');
+    if (size >= sizeLimit) {
+        return std::nullopt;
+    }
+    pending += ']';
+    answer += QString::fromStdString(pending);
     return answer;
-}
-
-QString SystemeventLogfileReader::jsonBody(int eventId, QIODevice &file, qint64 position,
-                                           const QString &lang) const
-{
-    LogFormat::seek(file, position + LogFormat::valuesOffset);
-    const auto event = catalogue->events.constFind(uint(eventId));
-    if (event == catalogue->events.constEnd()) {
-        return QStringLiteral("\"error\":\"Lookup of typeid %1 failed.\"").arg(eventId);
-    }
-    const QByteArray path = upToZeroByte(file.read(readNumber<quint16>(file)));
-    const QString message = renderArguments(event->description(lang), *event, file);
-
-    // Kept: level and path stand as they are; only the message is escaped.
-    return QStringLiteral("\"loglevel\":\"") + event->logLevelName
-        + QStringLiteral("\",\"path\":\"") + QString::fromLatin1(path)
-        + QStringLiteral("\",\"msg\":\"") + zib::jsonUtil::escape(message) + QLatin1Char('"');
-}
-
-QString SystemeventLogfileReader::renderArguments(const QString &message,
-                                                  const SystemeventDescription &description,
-                                                  QIODevice &file) const
-{
-    EventText text(message);
-    for (const SystemeventArgument &argument : description.arguments) {
-        switch (argument.type) {
-        case ArgumentType::Unknown:
-            text.substitute(QStringLiteral("unknown argument type! further errors ahead!"));
-            break;
-        case ArgumentType::Variant:
-            renderVariant(text, file);
-            break;
-        case ArgumentType::Enum:
-            renderEnum(text, argument.enumName, file);
-            break;
-        default:
-            // Another code reads nothing and leaves its placeholder to the next argument.
-            (void)renderPlainValue(text, argument.type, file);
-        }
-    }
-    return text.text();
-}
-
-void SystemeventLogfileReader::renderEnum(EventText &text, const QString &enumName,
-                                          QIODevice &file) const
-{
-    quint8 value = 0;
-    if (LogFormat::read(file, value) < 1) {
-        text.substitute(readError);
-    } else {
-        text.substitute(catalogue->enumText(enumName, value));
-    }
 }

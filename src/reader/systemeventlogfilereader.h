@@ -1,27 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "reader/logfilecursor.h"
+#include "reader/logindex.h"
+
 #include <QDir>
-#include <QHash>
 #include <QObject>
 #include <QString>
 
-#include <memory>
 #include <optional>
+#include <string>
 #include <unordered_map>
+#include <vector>
 
-class EventText;
-class QFile;
-class QIODevice;
+class RecordJson;
 class SystemeventCatalogue;
-struct SystemeventDescription;
-
-//! Where a record lies.
-struct LogEntryLocation {
-    int fileNr = 0; //!< number of its file
-    qint64 position
-        = 0; //!< of its first byte; negative where a damaged trailer points before the file
-};
 
 /*!
  * Reads records back from the binary log files and shows them as JSON.
@@ -70,24 +63,16 @@ public Q_SLOTS:
 private:
     void refresh();
     void fullScan();
-    void scanFile(int fileNr, QFile &file);
+    void scanFile(int fileNr, LogFile &file, std::vector<LogIndexEntry> &found);
     void updateIndex();
-    void extendIndex(QFile &file);
-    void addEntry(quint64 logNr, LogEntryLocation location);
-
-    [[nodiscard]] QString jsonBody(int eventId, QIODevice &file, qint64 position,
-                                   const QString &lang) const;
-    [[nodiscard]] QString renderArguments(const QString &message,
-                                          const SystemeventDescription &description,
-                                          QIODevice &file) const;
-    void renderEnum(EventText &text, const QString &enumName, QIODevice &file) const;
+    [[nodiscard]] std::vector<LogIndexEntry> newEntries(LogFile &file);
+    void appendRecord(std::string &out, const LogIndexEntry &entry, RecordJson &json);
 
     QDir logDir;
     bool filesDirty = true; //!< the file set must be scanned from scratch
     bool indexDirty = true; //!< file 0 may have grown
-    quint64 minLogNr;
-    quint64 maxLogNr = 0;
     const SystemeventCatalogue *catalogue;
-    std::unordered_map<int, std::unique_ptr<QFile>> fileTable; //!< by file number
-    QHash<quint64, LogEntryLocation> entryIndex;               //!< by log number
+    std::unordered_map<int, LogFile> fileTable; //!< by file number
+    LogFileCursor cursor;                       //!< in a file of the table during a query
+    LogIndex index;
 };

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QFile>
+#include <QString>
+
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+//! A log file, open for reading, and the position at which reading it goes on.
+class LogFile
+{
+public:
+    //! Opens the file; without success, or with anything but a regular file, it reads as empty.
+    explicit LogFile(const QString &path);
+
+    //! The absolute path that it was opened under; a rotation may have renamed it since.
+    [[nodiscard]] QString fileName() const { return file.fileName(); }
+    //! In bytes, as of now.
+    [[nodiscard]] qint64 size() const { return file.isOpen() ? file.size() : 0; }
+
+private:
+    friend class LogFileCursor;
+
+    QFile file;
+    qint64 position = 0;
+};
+
+/*!
+ * Reads log files with a QIODevice's read() and seek(), one file at a time and
+ * through one small window of its bytes, so that hardly any field costs a system
+ * call of its own. Each file keeps its position while others are read.
+ */
+class LogFileCursor
+{
+public:
+    LogFileCursor();
+
+    //! Goes on in a file, which must outlive its use.
+    void use(LogFile &logFile);
+    //! Drops the window: files may have changed or gone since it was read.
+    void forget();
+
+    [[nodiscard]] qint64 position() const { return current->position; }
+    //! \a position is from the start of the file and not negative.
+    void seek(qint64 position) { current->position = position; }
+    //! Reads up to \a size bytes, not more than maxRead, and gives their number.
+    qint64 read(char *bytes, qint64 size)
+    {
+        const std::string_view found = take(size);
+        std::memcpy(bytes, found.data(), found.size());
+        return qint64(found.size());
+    }
+    //! The same without copying: valid until the next reading.
+    std::string_view take(qint64 size)
+    {
+        const qint64 offset = current->position - windowBegin;
+        if (offset < 0 || offset + size > qint64(windowSize)) {
+            return takeAfterRefill(size);
+        }
+        current->position += size;
+        return {window.data() + offset, size_t(size)};
+    }
+
+    static constexpr qint64 maxRead = 65535;
+
+private:
+    std::string_view takeAfterRefill(qint64 size);
+    void refill(qint64 size);
+
+    LogFile *current = nullptr;
+    std::vector<char> window;
+    qint64 windowBegin = 0;
+    size_t windowSize = 0;
+    bool windowEndsFile = false;
+};
