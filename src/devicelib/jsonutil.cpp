@@ -2,6 +2,7 @@
 #include "devicelib/jsonutil.h"
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 
 namespace zib
@@ -30,9 +31,9 @@ bool allPlain(std::string_view utf8)
 }
 
 //! The letter of the two-character form, 0 where there is none.
-char shortForm(QChar character)
+char shortForm(char16_t character)
 {
-    switch (character.unicode()) {
+    switch (character) {
     case '"':
         return '"';
     case '\\':
@@ -52,6 +53,16 @@ char shortForm(QChar character)
     }
 }
 
+//! What stands for a character that is not plain, with a zero at its end.
+std::array<char, 7> escapeSequence(char16_t character)
+{
+    static const char hexDigits[] = "0123456789ABCDEF";
+    if (const char letter = shortForm(character)) {
+        return {'\\', letter};
+    }
+    return {'\\', 'u', '0', '0', hexDigits[character >> 4], hexDigits[character & 0xF]};
+}
+
 } // namespace
 
 QString jsonUtil::escape(const QString &text)
@@ -59,19 +70,13 @@ QString jsonUtil::escape(const QString &text)
     if (std::all_of(text.cbegin(), text.cend(), isPlain)) {
         return text;
     }
-    static const char hexDigits[] = "0123456789ABCDEF";
     QString escaped;
     escaped.reserve(text.size() + 16);
     for (const QChar character : text) {
         if (isPlain(character)) {
             escaped += character;
-        } else if (const char letter = shortForm(character)) {
-            escaped += QLatin1Char('\\');
-            escaped += QLatin1Char(letter);
         } else {
-            escaped += QLatin1String("\\u00");
-            escaped += QLatin1Char(hexDigits[character.unicode() >> 4]);
-            escaped += QLatin1Char(hexDigits[character.unicode() & 0xF]);
+            escaped += QLatin1String(escapeSequence(character.unicode()).data());
         }
     }
     return escaped;
@@ -83,9 +88,17 @@ void jsonUtil::escapeFrom(std::string &text, size_t position)
     if (allPlain(tail)) {
         return;
     }
-    const QByteArray escaped
-        = escape(QString::fromUtf8(tail.data(), QString::size_type(tail.size()))).toUtf8();
-    text.replace(position, std::string::npos, escaped.constData(), size_t(escaped.size()));
+    std::string escaped;
+    escaped.reserve(tail.size() + 16);
+    for (const char character : tail) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (isPlain(QLatin1Char(character))) {
+            escaped += character;
+        } else {
+            escaped += escapeSequence(byte).data();
+        }
+    }
+    text.replace(position, std::string::npos, escaped);
 }
 
 } // namespace zib

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace
@@ -35,6 +36,11 @@ LogFile::LogFile(const QString &path)
     if (QFileInfo(file).isFile()) {
         (void)file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
     }
+}
+
+void LogFile::announceReading() const
+{
+    (void)posix_fadvise(file.handle(), 0, 0, POSIX_FADV_WILLNEED);
 }
 
 LogFileCursor::LogFileCursor()

@@ -12,13 +12,16 @@
 class LogFile
 {
 public:
-    //! Opens the file; without success, or with anything but a regular file, it reads as empty.
+    //! Opens the file; without success, or with anything but a regular file, it holds no byte.
     explicit LogFile(const QString &path);
 
     //! The absolute path that it was opened under; a rotation may have renamed it since.
     [[nodiscard]] QString fileName() const { return file.fileName(); }
-    //! In bytes, as of now.
-    [[nodiscard]] qint64 size() const { return file.isOpen() ? file.size() : 0; }
+    //! In bytes, as of now; of a file that is not open, that of what now has its name.
+    [[nodiscard]] qint64 size() const { return file.size(); }
+    [[nodiscard]] bool isOpen() const { return file.isOpen(); }
+    //! Tells the system that all of the file is about to be read.
+    void announceReading() const;
 
 private:
     friend class LogFileCursor;

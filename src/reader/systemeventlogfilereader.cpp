@@ -126,7 +126,7 @@ void SystemeventLogfileReader::fullScan()
         fileTable.erase(fileNr); // a later one of the same number takes its place
         LogFile &file = fileTable.try_emplace(fileNr, logDir.absoluteFilePath(name)).first->second;
         qDebug() << "opening file: " << name;
-        if (file.size() > 0) {
+        if (file.isOpen() && file.size() > 0) {
             scanFile(fileNr, file, found);
         }
     }
@@ -143,6 +143,7 @@ void SystemeventLogfileReader::fullScan()
 void SystemeventLogfileReader::scanFile(int fileNr, LogFile &file,
                                         std::vector<LogIndexEntry> &found)
 {
+    file.announceReading(); // nobody expects to be read backwards
     cursor.use(file);
     qint64 position = file.size();
     do {
@@ -227,6 +228,9 @@ std::optional<QString> SystemeventLogfileReader::jsonRange(quint64 start, quint6
                                                            const QString &lang, quint64 sizeLimit)
 {
     refresh();
+    if (start > end) {
+        return QStringLiteral("[]");
+    }
     constexpr std::string_view separator = ",\n";
     constexpr size_t convertedAtOnce = 16384; // small enough to stay in the processor's cache
     RecordJson json(catalogue, lang);
@@ -234,7 +238,7 @@ std::optional<QString> SystemeventLogfileReader::jsonRange(quint64 start, quint6
     std::string pending = "[";
     quint64 size = 2; // with both brackets
     auto entry = index.from(start);
-    for (quint64 number = start; number <= end; ++number) {
+    for (quint64 number = start;; ++number) {
         const quint64 separators = end - number;
         if (size >= sizeLimit || separators > (sizeLimit - size - 1) / separator.size()) {
             return std::nullopt;

@@ -86,6 +86,8 @@ void JsonUtilTest::escaped_data()
                                                     << "\U0001F50B"_s;
     QTest::newRow("line separator stays") << "\u2028"_s
                                           << "\u2028"_s;
+    QTest::newRow("byte order mark stays") << "\uFEFFa\""_s
+                                           << "\uFEFFa\\\""_s;
     QTest::newRow("all kinds in one text") << "a\"\\\n\x01z"_s
                                            << R"(a\"\\\n\u0001z)"_s;
 }
@@ -95,6 +97,10 @@ void JsonUtilTest::escaped()
     QFETCH(QString, text);
 
     QTEST(zib::jsonUtil::escape(text), "json");
+
+    std::string utf8 = "\"\n" + text.toStdString();
+    zib::jsonUtil::escapeFrom(utf8, 2);
+    QCOMPARE(QString::fromStdString(utf8), "\"\n"_s + zib::jsonUtil::escape(text));
 }
 
 void JsonUtilTest::everyCharacterSurvivesParsing()
