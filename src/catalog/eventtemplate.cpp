@@ -74,6 +74,24 @@ void ValueTexts::substitute(double value)
     ends.push_back(texts.size());
 }
 
+void ValueTexts::substituteLive(const QVariant &value)
+{
+    switch (value.userType()) {
+    case QMetaType::Int:
+        substitute(qlonglong(value.toInt()));
+        break;
+    case QMetaType::Double:
+        Utf8Text::append(texts, value.toDouble(), liveDoubleDigits);
+        ends.push_back(texts.size());
+        break;
+    case QMetaType::QString:
+        substitute(value.toString());
+        break;
+    default:
+        substitute(liveValueText(value));
+    }
+}
+
 EventTemplate::EventTemplate(const QString &templateText)
     : source(templateText)
     , onePass(templateText.size() <= maxTemplateSize)
@@ -132,4 +150,19 @@ bool EventTemplate::render(const ValueTexts &values, std::string &out) const
         return false;
     }
     return true;
+}
+
+void appendLiveEvent(std::string &out, const QString &templateText, const QList<QVariant> &args)
+{
+    const EventTemplate eventTemplate(templateText);
+    ValueTexts values;
+    for (auto value = args.cbegin() + 1; value != args.cend(); ++value) {
+        values.substituteLive(*value);
+        if (values.count() > eventTemplate.valueCount()) {
+            break;
+        }
+    }
+    if (!eventTemplate.render(values, out)) {
+        Utf8Text::append(out, renderLiveEvent(templateText, args));
+    }
 }

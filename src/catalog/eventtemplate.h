@@ -3,7 +3,9 @@
 
 #include "catalog/eventtext.h"
 
+#include <QList>
 #include <QString>
+#include <QVariant>
 
 #include <string>
 #include <string_view>
@@ -23,6 +25,8 @@ public:
     void substitute(qlonglong value);
     void substitute(qulonglong value);
     void substitute(double value);
+    //! A value as it came with a status change, written as liveValueText() does it.
+    void substituteLive(const QVariant &value);
 
     [[nodiscard]] int count() const { return int(ends.size()); }
     [[nodiscard]] std::string_view text(int value) const;
@@ -56,6 +60,8 @@ public:
     explicit EventTemplate(const QString &templateText);
 
     [[nodiscard]] const QString &text() const { return source; }
+    //! The number of different placeholders.
+    [[nodiscard]] int valueCount() const { return placeholders; }
     //! Appends the text in UTF-8; false, and nothing appended, where EventText is to be used.
     bool render(const ValueTexts &values, std::string &out) const;
 
@@ -72,3 +78,6 @@ private:
     int placeholders = 0;
     bool onePass; //!< whether the template as such allows it
 };
+
+//! Appends in UTF-8 what renderLiveEvent() makes of the same arguments.
+void appendLiveEvent(std::string &out, const QString &templateText, const QList<QVariant> &args);

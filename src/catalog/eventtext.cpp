@@ -48,7 +48,7 @@ QString toText(const QVariant &value)
 {
     switch (value.userType()) {
     case QMetaType::Double:
-        return QString::number(value.toDouble(), 'g', std::numeric_limits<double>::digits10);
+        return QString::number(value.toDouble(), 'g', liveDoubleDigits);
     case QMetaType::QByteArray:
         return QString::fromLatin1(value.toByteArray().constData());
     default:

@@ -59,6 +59,8 @@ private:
  * byte. A value wrapped in a QDBusVariant stands between double quotes.
  */
 QString liveValueText(const QVariant &value);
+//! Significant digits of a live double.
+constexpr int liveDoubleDigits = 15;
 
 /*!
  * Renders a status change: \a args holds the emitter's path, which is not

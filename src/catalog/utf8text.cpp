@@ -9,7 +9,6 @@
 namespace
 {
 
-constexpr int significantDigits = 6;
 constexpr int lowestFixedExponent = -4; // below it format 'g' writes an exponent
 
 //! A positive number: its digits, the first before the decimal point, times a power of ten.
@@ -65,6 +64,10 @@ std::optional<double> compare(double value, const Decimal &decimal)
     for (int step = 0; step < std::abs(power); ++step) {
         scale *= 10;
     }
+    constexpr double exactIntegers = 9007199254740992; // 2 to the power of 53
+    if (digits > exactIntegers) {
+        return std::nullopt;
+    }
     // One rounding at the very end leaves the sign exact.
     return power < 0 ? std::fma(value, scale, -digits) : -std::fma(digits, scale, -value);
 }
@@ -93,7 +96,7 @@ void increment(Decimal &decimal)
  * the two it would have been the shortest decimal. So only a decimal that is the
  * middle itself needs a look at the number.
  */
-bool round(Decimal &decimal, double value)
+bool round(Decimal &decimal, double value, int significantDigits)
 {
     if (decimal.count > significantDigits) {
         const std::string_view rest = decimal.text(significantDigits, decimal.count);
@@ -150,14 +153,14 @@ void appendFixed(std::string &out, const Decimal &decimal)
 
 } // namespace
 
-void Utf8Text::append(std::string &out, double value)
+void Utf8Text::append(std::string &out, double value, int significantDigits)
 {
     Decimal decimal;
     // Numbers below the normal ones have too few digits of their own.
     if (std::isnormal(value)) {
         decimal = shortestDecimal(std::abs(value));
     }
-    if (decimal.count == 0 || !round(decimal, std::abs(value))) {
+    if (decimal.count == 0 || !round(decimal, std::abs(value), significantDigits)) {
         append(out, QString::number(value, 'g', significantDigits));
         return;
     }

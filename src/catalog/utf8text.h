@@ -25,8 +25,8 @@ void append(std::string &out, Integer value)
     out.append(text, end.ptr);
 }
 
-//! In format 'g' with six significant digits; halves round away from zero.
-void append(std::string &out, double value);
+//! In format 'g' with up to 15 significant digits; halves round away from zero.
+void append(std::string &out, double value, int significantDigits = 6);
 
 void append(std::string &out, const QString &text);
 void appendLatin1(std::string &out, std::string_view latin1);

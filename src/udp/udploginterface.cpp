@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "udp/udploginterface.h"
 
-#include "catalog/eventtext.h"
+#include "catalog/eventtemplate.h"
 #include "catalog/systemeventcatalogue.h"
+#include "catalog/utf8text.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -56,28 +57,47 @@ void UdpLogInterface::logEvent(int id, const QList<QVariant> &args)
         return;
     }
     writeHeader(id, *event, args.first());
-    datagram += renderLiveEvent(event->description(language), args).toUtf8();
-    socket->writeDatagram(datagram, address, port);
+    appendLiveEvent(datagram, event->description(language), args);
+    socket->writeDatagram(datagram.data(), qint64(datagram.size()), address, port);
     datagram.clear();
 }
 
 void UdpLogInterface::writeHeader(int id, const SystemeventDescription &event, const QVariant &path)
 {
     // Kept: the level is not bounded; from 8 on it counts into the next facility.
-    datagram += '<' + QByteArray::number(facilityDaemon + event.logLevel) + afterPriority;
-    datagram += QDateTime::currentDateTime().toString(Qt::ISODate).toUtf8();
-    datagram += ' ' + hostName + " zib - " + QByteArray::number(id) + " - ";
+    datagram += '<';
+    Utf8Text::append(datagram, facilityDaemon + event.logLevel);
+    datagram += afterPriority;
+    datagram += timestamp();
+    datagram += ' ';
+    datagram += hostName;
+    datagram += " zib - ";
+    Utf8Text::append(datagram, id);
+    datagram += " - ";
     datagram += byteOrderMark;
-    datagram += '[' + path.toString().toLatin1() + "] ";
+    datagram += '[';
+    datagram += path.toString().toLatin1().toStdString();
+    datagram += "] ";
+}
+
+//! Formats each second once: with its time zone it costs as much as all the rest.
+const std::string &UdpLogInterface::timestamp()
+{
+    const qint64 now = QDateTime::currentSecsSinceEpoch();
+    if (now != stampedSecond || stamp.empty()) {
+        stampedSecond = now;
+        stamp = QDateTime::fromSecsSinceEpoch(now).toString(Qt::ISODate).toStdString();
+    }
+    return stamp;
 }
 
 void UdpLogInterface::readHostName()
 {
     QFile file(QStringLiteral("/proc/sys/kernel/hostname"));
     if (!file.open(QIODevice::ReadOnly)) {
-        hostName = QByteArrayLiteral("zib");
+        hostName = "zib";
         return;
     }
     // Kept: an empty name stays empty.
-    hostName = file.readAll().trimmed();
+    hostName = file.readAll().trimmed().toStdString();
 }

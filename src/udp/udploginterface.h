@@ -3,9 +3,10 @@
 
 #include "binlog/loginterface.h"
 
-#include <QByteArray>
 #include <QHostAddress>
 #include <QString>
+
+#include <string>
 
 class QUdpSocket;
 class SystemeventCatalogue;
@@ -51,12 +52,15 @@ public:
 private:
     void renewSocket();
     void writeHeader(int id, const SystemeventDescription &event, const QVariant &path);
+    const std::string &timestamp();
 
     QUdpSocket *socket = nullptr; //!< what device points to; a child
     QHostAddress address;
-    QByteArray datagram; //!< under construction
+    std::string datagram; //!< under construction
     const SystemeventCatalogue *catalogue;
     quint16 port;
-    QByteArray hostName;
+    std::string hostName;
     QString language = QStringLiteral("en");
+    qint64 stampedSecond = 0; //!< since 1970-01-01 UTC
+    std::string stamp;        //!< that second in local time
 };

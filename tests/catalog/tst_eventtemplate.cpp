@@ -3,6 +3,7 @@
 
 #include "support/literals.h"
 
+#include <QDBusVariant>
 #include <QtTest>
 
 #include <array>
@@ -129,6 +130,35 @@ private Q_SLOTS:
         std::string out;
         QVERIFY(EventTemplate("%1 %2 %3 %4 %5"_s).render(values, out));
         QCOMPARE(QString::fromStdString(out), text.text());
+    }
+
+    void liveEvents_data()
+    {
+        QTest::addColumn<QString>("templateText");
+        QTest::addColumn<QVariantList>("values");
+        const QVariantList all{true,
+                               -5,
+                               12.5,
+                               "text \u00e4"_s,
+                               QVariant::fromValue(QDBusVariant("wrapped"_s)),
+                               QByteArray("by\0tes", 6),
+                               quint8(7),
+                               qlonglong(1) << 40,
+                               0.1 + 0.2};
+        QTest::newRow("all types") << "%1 %2 %3 %4 %5 %6 %7 %8 %9"_s << all;
+        QTest::newRow("too many values") << "%1 %2"_s << all;
+        QTest::newRow("none") << "%1"_s << QVariantList();
+        QTest::newRow("percent") << "%1 %2"_s << QVariantList{"%2"_s, 7};
+        QTest::newRow("localised") << "%L1"_s << QVariantList{1234567};
+    }
+    void liveEvents()
+    {
+        QFETCH(QString, templateText);
+        QFETCH(QVariantList, values);
+        const QVariantList args = QVariantList{"/path"_s} + values;
+        std::string out = "before ";
+        appendLiveEvent(out, templateText, args);
+        QCOMPARE(QString::fromStdString(out), "before "_s + renderLiveEvent(templateText, args));
     }
 
     void random_data()

@@ -13,11 +13,11 @@
 namespace
 {
 
-template <typename Value>
-QString text(Value value)
+template <typename Value, typename... Digits>
+QString text(Value value, Digits... digits)
 {
     std::string out;
-    Utf8Text::append(out, value);
+    Utf8Text::append(out, value, digits...);
     return QString::fromStdString(out);
 }
 
@@ -92,14 +92,20 @@ private Q_SLOTS:
         std::mt19937_64 random(seed);
         for (int i = 0; i < 20000; ++i) {
             const double any = fromBits(random());
+            // A whole number with a five behind its fifteenth digit is a middle.
+            const double fifteen = double(random() % 900000000000000 * 10 + 5);
             const double dyadic = std::ldexp(double(random() % 100000000), int(random() % 40) - 30);
             const double decimal
                 = double(random() % 20000000) / std::pow(10.0, double(random() % 12));
             for (const double value :
-                 {any, double(float(any)), dyadic, std::nextafter(dyadic, 0.0), decimal,
-                  std::nextafter(decimal, 1e30), std::nextafter(decimal, 0.0), -decimal}) {
-                if (text(value) != QString::number(value, 'g', 6)) {
-                    QCOMPARE(text(value), QString::number(value, 'g', 6));
+                 {any, double(float(any)), dyadic, std::nextafter(dyadic, 0.0), fifteen,
+                  std::nextafter(fifteen, 0.0), decimal, std::nextafter(decimal, 1e30),
+                  std::nextafter(decimal, 0.0), -decimal}) {
+                for (const int digits : {6, 15}) {
+                    const QString expected = QString::number(value, 'g', digits);
+                    if (text(value, digits) != expected) {
+                        QCOMPARE(text(value, digits), expected);
+                    }
                 }
             }
         }

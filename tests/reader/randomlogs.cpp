@@ -227,7 +227,7 @@ QByteArray RandomLogs::record()
                                          QByteArray("/ends\0here", 10)};
     QByteArray path = dice.oneOf(paths);
     if (dice.chance(10)) {
-        path = text();
+        path = text().repeated(dice.chance(20) ? dice.between(10, 100) : 1);
     }
     const int eventId = dice.chance(95) ? dice.oneOf(eventIds) : int(dice.bits());
     const auto event = events.events.constFind(uint(eventId));
@@ -510,8 +510,28 @@ void RandomLogs::damage(QByteArray &bytes)
     }
 }
 
+QByteArray RandomLogs::textAtTheLimit()
+{
+    // The first value takes the text to a million characters, the second on to the
+    // limit, or to one less or one more.
+    SystemeventDescription event(4001, "limit"_s, "warning"_s, "service"_s);
+    const int last = dice.between(15, 17);
+    event.descriptions.insert("en"_s, "%1"_s.repeated(16) + "%2%3"_s);
+    QByteArray values = RecordBytes::sized(QByteArray(longestValue, 'x'))
+        + RecordBytes::sized(QByteArray(last - 2, 'y'));
+    for (int i = 0; i < 3; ++i) {
+        event.arguments.append(SystemeventArgument("value"_s, ArgumentType::String));
+    }
+    values += RecordBytes::sized("zz");
+    events.events.insert(event.id, event);
+    return recordOf(nextNumber(), int(event.id), "/", values);
+}
+
 QByteArray RandomLogs::growingText()
 {
+    if (dice.chance(40)) {
+        return textAtTheLimit();
+    }
     // A text near the limit, then values that would take it over or leave it there;
     // with many of them the work adds up.
     SystemeventDescription event(4000, "growing"_s, "warning"_s, "service"_s);
@@ -521,6 +541,9 @@ QByteArray RandomLogs::growingText()
         text += dice.oneOf(QList<QString>{"%1"_s, "%L1"_s, "%1 "_s});
     }
     text += "%2 %3 %4"_s;
+    if (dice.chance(20)) {
+        text += QString(dice.between(60000, 70000), QLatin1Char('t'));
+    }
     const int count = dice.chance(30) ? 45 : dice.between(2, 6);
     const QList<QByteArray> units{"x", "%3", "x%2 ", utf8(u"\u20AC"), utf8(u"\U0001F50B"), "\n"};
     QByteArray values;

@@ -32,7 +32,7 @@ public:
     //! The bytes of a file that is sound as a rule.
     QByteArray file();
     void damage(QByteArray &bytes);
-    //! A catalogue and one record whose text grows to the limits.
+    //! A record of an event of its own, whose text grows to the limits.
     QByteArray growingText();
     QString fileName();
     QString language();
@@ -53,6 +53,7 @@ private:
     QByteArray sizedValue();
     QByteArray text();
     QByteArray textPiece();
+    QByteArray textAtTheLimit();
     QByteArray integer(int size);
     double real();
     quint64 nextNumber();

@@ -10,6 +10,7 @@
 #include <QUdpSocket>
 #include <QtTest>
 
+#include <ctime>
 #include <limits>
 
 class UdpLogInterfaceTest : public QObject
@@ -23,6 +24,7 @@ private Q_SLOTS:
     void init();
 
     void wholeDatagram();
+    void everySecondIsFormattedOnce();
     void priority_data();
     void priority();
     void eventId_data();
@@ -165,6 +167,39 @@ void UdpLogInterfaceTest::wholeDatagram()
     }
     QVERIFY2(possible.contains(datagram), datagram.constData());
     QVERIFY(receiver.isEmpty());
+}
+
+//! A change of the time zone shows which datagrams carry a time stamp of their own.
+void UdpLogInterfaceTest::everySecondIsFormattedOnce()
+{
+    const auto changeZone = [](const char *zone) {
+        qputenv("TZ", zone);
+        tzset();
+    };
+    const auto beginOfSecond = [] {
+        const qint64 second = QDateTime::currentSecsSinceEpoch();
+        while (QDateTime::currentSecsSinceEpoch() == second) {
+            QThread::msleep(1);
+        }
+    };
+    const auto hourOf
+        = [](const QByteArray &datagram) { return datagram.mid(datagram.indexOf('T') + 1, 2); };
+    const QByteArray zoneBefore = qgetenv("TZ");
+    Receiver receiver;
+    AimedSender sender(&catalogue, receiver);
+
+    beginOfSecond();
+    changeZone("AAA0");
+    const QByteArray first = sendPair(sender, receiver, {});
+    changeZone("BBB-5");
+    const QByteArray sameSecond = sendPair(sender, receiver, {});
+    beginOfSecond();
+    const QByteArray nextSecond = sendPair(sender, receiver, {});
+    zoneBefore.isNull() ? qunsetenv("TZ") : qputenv("TZ", zoneBefore);
+    tzset();
+
+    QCOMPARE(hourOf(sameSecond), hourOf(first));
+    QVERIFY(hourOf(nextSecond) != hourOf(first));
 }
 
 void UdpLogInterfaceTest::priority_data()
