@@ -13,6 +13,7 @@
 
 #include <memory>
 
+#include <malloc.h>
 #include <sys/resource.h>
 
 namespace
@@ -26,6 +27,18 @@ void raiseOpenFilesLimit()
         limit.rlim_cur = limit.rlim_max;
         (void)setrlimit(RLIMIT_NOFILE, &limit);
     }
+}
+
+/*!
+ * Has the memory that a burst of messages or a large answer took returned to the
+ * system. By itself the allocator would keep blocks as large as the largest one ever
+ * freed, and whatever lies between blocks still in use.
+ */
+void returnMemoryAfterUse(const zib::BusReading &busReading)
+{
+    constexpr int ownMapping = 128 * 1024; // the allocator's initial value, now fixed
+    mallopt(M_MMAP_THRESHOLD, ownMapping);
+    QObject::connect(&busReading, &zib::BusReading::processed, [] { malloc_trim(0); });
 }
 
 //! Answers for the paths of the daemon's nodes as long as the process lives; never deleted.
@@ -49,6 +62,7 @@ int runDaemon(QCoreApplication &application)
         qFatal("Registering dbus connection failed.");
     }
     const zib::BusReading busReading(bus);
+    returnMemoryAfterUse(busReading);
     claimObjectPaths();
 
     auto version = std::make_unique<Version>();

@@ -35,6 +35,7 @@ BusReading::BusReading(const QDBusConnection &connection)
                     [notifier] { switchOffAndOn(notifier); }); // runs in its thread
         }
     }
+    connect(&soon, &QTimer::timeout, this, &BusReading::processed);
     soon.start();
     QCoreApplication::instance()->installEventFilter(this);
 }

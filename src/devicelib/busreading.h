@@ -30,6 +30,10 @@ class BusReading : public QObject
 public:
     explicit BusReading(const QDBusConnection &connection);
 
+Q_SIGNALS:
+    //! Comes along with it: within the last second messages were processed.
+    void processed();
+
 protected:
     bool eventFilter(QObject *receiver, QEvent *event) override;
 
