@@ -32,6 +32,8 @@ namespace
 
 //! The size that a file had at each fsync(2) of this process.
 QList<qint64> syncedSizes;
+//! How much each write(2) of this process was about.
+QList<qint64> writtenSizes;
 
 constexpr uint bundleLimit = 2560;
 constexpr uint fileLimit = 102400;
@@ -66,6 +68,13 @@ extern "C" int fsync(int descriptor)
     return int(syscall(SYS_fsync, descriptor));
 }
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+extern "C" ssize_t write(int descriptor, const void *bytes, size_t size)
+{
+    writtenSizes.append(qint64(size));
+    return syscall(SYS_write, descriptor, bytes, size);
+}
+
 class BinaryLogInterfaceTest : public QObject
 {
     Q_OBJECT
@@ -81,7 +90,7 @@ private Q_SLOTS:
     void recordLengthIsKeptModulo65536();
 
     void bundleIsWrittenOnceItIsLargerThanTheLimit();
-    void everyBundleIsForcedToStorage();
+    void everyBundleIsOneWriteForcedToStorage();
     void timerWritesTheBundleAndStops();
     void writingAnEmptyBundleStillTells();
     void withoutDeviceNothingHappens();
@@ -301,12 +310,15 @@ void BinaryLogInterfaceTest::bundleIsWrittenOnceItIsLargerThanTheLimit()
     QCOMPARE(exactWritten.count(), 1);
 }
 
-void BinaryLogInterfaceTest::everyBundleIsForcedToStorage()
+void BinaryLogInterfaceTest::everyBundleIsOneWriteForcedToStorage()
 {
     const auto log = makeLog();
     syncedSizes.clear();
+    writtenSizes.clear();
     logSmall(*log, 2 * 78);
+    const QList<qint64> written = writtenSizes;
     QCOMPARE(syncedSizes, (QList<qint64>{2574, 5148})); // 78 records each, written before
+    QCOMPARE(written, (QList<qint64>{2574, 2574}));     // and at once
 }
 
 void BinaryLogInterfaceTest::timerWritesTheBundleAndStops()

@@ -32,8 +32,8 @@ QByteArray realBytes(Real value)
 
 } // namespace
 
-RandomLogs::RandomLogs(Dice &source)
-    : dice(source)
+RandomLogs::RandomLogs(Dice &throws)
+    : dice(throws)
 {
     makeEnums();
     makeEvents();
@@ -246,7 +246,8 @@ QByteArray RandomLogs::records(int count)
 
 QByteArray RandomLogs::filler(int valueSize)
 {
-    return recordOf(nextNumber(), dice.oneOf(eventIds), "/", QByteArray(valueSize, 'f'));
+    return recordOf(nextNumber(), dice.oneOf(eventIds), "/",
+                    QByteArray(valueSize, dice.chance(50) ? 'f' : '\xFF'));
 }
 
 QByteArray RandomLogs::values(const SystemeventDescription &event)
@@ -512,17 +513,19 @@ void RandomLogs::damage(QByteArray &bytes)
 
 QByteArray RandomLogs::textAtTheLimit()
 {
-    // The first value takes the text to a million characters, the second on to the
+    // The first value takes the text near a million characters, the second on to the
     // limit, or to one less or one more.
+    constexpr int copies = 18;
+    constexpr int length = 58000; // a record is found by its trailer up to 65535 bytes
+    constexpr int missing = 1048576 - copies * length;
     SystemeventDescription event(4001, "limit"_s, "warning"_s, "service"_s);
-    const int last = dice.between(15, 17);
-    event.descriptions.insert("en"_s, "%1"_s.repeated(16) + "%2%3"_s);
-    QByteArray values = RecordBytes::sized(QByteArray(longestValue, 'x'))
-        + RecordBytes::sized(QByteArray(last - 2, 'y'));
+    event.descriptions.insert("en"_s, "%1"_s.repeated(copies) + "%2%3"_s);
+    const QByteArray values = RecordBytes::sized(QByteArray(length, 'x'))
+        + RecordBytes::sized(QByteArray(missing - 2 + dice.between(-1, 1), 'y'))
+        + RecordBytes::sized("zz");
     for (int i = 0; i < 3; ++i) {
         event.arguments.append(SystemeventArgument("value"_s, ArgumentType::String));
     }
-    values += RecordBytes::sized("zz");
     events.events.insert(event.id, event);
     return recordOf(nextNumber(), int(event.id), "/", values);
 }
@@ -535,7 +538,7 @@ QByteArray RandomLogs::growingText()
     // A text near the limit, then values that would take it over or leave it there;
     // with many of them the work adds up.
     SystemeventDescription event(4000, "growing"_s, "warning"_s, "service"_s);
-    const int copies = dice.between(14, 19);
+    const int copies = dice.between(19, 26);
     QString text;
     for (int i = 0; i < copies; ++i) {
         text += dice.oneOf(QList<QString>{"%1"_s, "%L1"_s, "%1 "_s});
@@ -550,7 +553,7 @@ QByteArray RandomLogs::growingText()
     for (int i = 0; i < count; ++i) {
         event.arguments.append(SystemeventArgument("value"_s, ArgumentType::String));
         const QByteArray unit = dice.oneOf(units);
-        const int length = i == 0 ? dice.between(50000, longestValue) : dice.below(200);
+        const int length = i == 0 ? dice.between(40000, 55000) : dice.below(200);
         values += RecordBytes::sized(unit.repeated(length / int(unit.size())));
         if (i > 2) {
             text += "%"_s + QString::number(i + 2);

@@ -16,7 +16,7 @@
 class RandomLogs
 {
 public:
-    explicit RandomLogs(Dice &dice);
+    explicit RandomLogs(Dice &throws);
 
     [[nodiscard]] const SystemeventCatalogue &catalogue() const { return events; }
     //! Log numbers of all records made so far.
