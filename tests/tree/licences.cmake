@@ -7,7 +7,7 @@ cmake_policy(VERSION 3.22)
 set(missing 0)
 set(seen 0)
 file(GLOB_RECURSE files "${TREE}/src/*" "${TREE}/tests/*" "${TREE}/demo/*" "${TREE}/cmake/*"
-    "${TREE}/scripts/*")
+    "${TREE}/scripts/*" "${TREE}/bench/*")
 list(APPEND files "${TREE}/CMakeLists.txt" "${TREE}/.ci/run")
 foreach(file IN LISTS files)
     file(READ "${file}" head LIMIT 400)
