@@ -154,7 +154,12 @@ void SystemeventLogfileReader::scanFile(int fileNr, LogFile &file,
         LogIndexEntry entry{0, position, fileNr};
         LogFormat::seek(cursor, position);
         LogFormat::read(cursor, entry.logNr);
-        found.push_back(entry);
+        // In a file of zeros every other byte is a record 0: the last one holds, none piles up.
+        if (found.empty() || found.back().logNr != entry.logNr) {
+            found.push_back(entry);
+        } else {
+            found.back() = entry;
+        }
         LogFormat::seek(cursor, position);
     } while (position > 0);
 }

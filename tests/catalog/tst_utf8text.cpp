@@ -93,7 +93,7 @@ private Q_SLOTS:
         for (int i = 0; i < 20000; ++i) {
             const double any = fromBits(random());
             // A whole number with a five behind its fifteenth digit is a middle.
-            const double fifteen = double(random() % 900000000000000 * 10 + 5);
+            const auto fifteen = double(random() % 900000000000000 * 10 + 5);
             const double dyadic = std::ldexp(double(random() % 100000000), int(random() % 40) - 30);
             const double decimal
                 = double(random() % 20000000) / std::pow(10.0, double(random() % 12));

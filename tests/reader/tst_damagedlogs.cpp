@@ -15,6 +15,7 @@
 
 #include <limits>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace
@@ -59,6 +60,7 @@ private Q_SLOTS:
     void everyArgumentIsReadThoughNoneIsShown();
     void linkToAPipeIsSkipped();
     void zeroTrailersEnd();
+    void zerosPileNothingUp();
     void randomBytesEnd();
     void appendedDamageEndsTheUpdate();
 
@@ -190,6 +192,23 @@ void DamagedLogsTest::linkToAPipeIsSkipped()
     logs.put(0, threeRecords());
     SystemeventLogfileReader reader(logs.dir(), &catalogue);
     QCOMPARE(reader.getMaxLogNr(), quint64(3));
+}
+
+//! One record number for every two bytes, were they all kept: 24 bytes each.
+void DamagedLogsTest::zerosPileNothingUp()
+{
+    const auto peak = [] {
+        rusage usage{};
+        getrusage(RUSAGE_SELF, &usage);
+        return usage.ru_maxrss; // KiB
+    };
+    constexpr int size = 2 * 1024 * 1024;
+    const LogFolder folder;
+    folder.put(1, QByteArray(size, '\0'));
+    SystemeventLogfileReader reader(folder.dir(), &catalogue);
+    const auto before = peak();
+    QCOMPARE(reader.getMaxLogNr(), quint64(0));
+    QVERIFY(peak() - before < 8 * 1024);
 }
 
 void DamagedLogsTest::zeroTrailersEnd()
