@@ -8,25 +8,32 @@
 #include <QtDebug>
 
 #include <algorithm>
+#include <cerrno>
 #include <functional>
 #include <limits>
 
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 namespace
 {
 
-void ensureDirectory(const QDir &dir)
+bool ensureDirectory(const QDir &dir)
 {
     if (dir.exists()) {
-        return;
+        return true;
     }
     const QFileInfo missing(dir.absolutePath());
     (void)missing.dir().mkdir(missing.fileName()); // whether it is there now is what counts
-    if (!dir.exists()) {
-        qFatal("%s does not exist and cannot be created.", qPrintable(dir.path()));
-    }
+    return dir.exists();
+}
+
+bool isDeleted(const QFile &file)
+{
+    struct stat status {
+    };
+    return fstat(file.handle(), &status) == 0 && status.st_nlink == 0;
 }
 
 } // namespace
@@ -44,10 +51,12 @@ BinaryLogInterface::BinaryLogInterface(uint bundleLimit, int flushSeconds, int h
     , flushInterval(flushSeconds)
     , logDir(directory)
 {
-    ensureDirectory(logDir);
+    if (!ensureDirectory(logDir)) {
+        qFatal("%s does not exist and cannot be created.", qPrintable(logDir.path()));
+    }
     // The first opening only finds the number: opening it for good may rotate
     // the file away.
-    openCurrentFile();
+    openCurrentFileOrDie();
     if (currentFile->size() > 0) {
         readLastLogNr();
     } else {
@@ -139,16 +148,74 @@ void BinaryLogInterface::writeBundle()
     if (!device) {
         return;
     }
+    const bool stored = storeBundle();
+    reportStoring(stored, errno);
     recordsInBundle = 0;
-    device->write(bundle);
     bundle.clear();
-    currentFile->flush();
-    fsync(currentFile->handle());
     Q_EMIT bundleWritten();
 
-    if (maxFileSize != 0 && currentFile->size() >= qint64(maxFileSize)) {
+    if (maxFileSize != 0 && tornAt < 0 && currentFile->size() >= qint64(maxFileSize)) {
         closeLogfile();
         openLogfile();
+    }
+}
+
+bool BinaryLogInterface::storeBundle()
+{
+    if (!cutOffTornRecord() || !returnToDirectory() || !appendBundle()) {
+        recordsLost += quint64(recordsInBundle);
+        return false;
+    }
+    return fsync(currentFile->handle()) == 0;
+}
+
+bool BinaryLogInterface::appendBundle()
+{
+    const qint64 begin = device->pos();
+    if (device->write(bundle) == bundle.size()) {
+        return currentFile->flush();
+    }
+    // Records are found from the end of the file: half of one would hide all before it.
+    const int reason = errno;
+    tornAt = begin;
+    (void)cutOffTornRecord();
+    errno = reason;
+    return false;
+}
+
+bool BinaryLogInterface::cutOffTornRecord()
+{
+    if (tornAt >= 0 && currentFile->resize(tornAt) && currentFile->seek(tornAt)) {
+        tornAt = -1;
+    }
+    return tornAt < 0;
+}
+
+//! Makes the directory and the current file anew when they were deleted under the daemon.
+bool BinaryLogInterface::returnToDirectory()
+{
+    if (!isDeleted(*currentFile)) {
+        return true;
+    }
+    if (!ensureDirectory(logDir) || !openCurrentFile()) {
+        return false;
+    }
+    continueCurrentFile();
+    Q_EMIT logsRotated();
+    return true;
+}
+
+void BinaryLogInterface::reportStoring(bool stored, int reason)
+{
+    if (stored == !outage || bundle.isEmpty()) {
+        return; // nothing new, or nothing tried
+    }
+    outage = !stored;
+    if (outage) {
+        qWarning("The log cannot be stored: %s", qPrintable(qt_error_string(reason)));
+    } else {
+        qWarning("The log is stored again; records lost meanwhile: %llu", recordsLost);
+        recordsLost = 0;
     }
 }
 
@@ -166,20 +233,38 @@ void BinaryLogInterface::openLogfile()
         // During construction no subclass's rotation exists yet, and none is meant.
         rotateLogfiles(); // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall)
     }
-    openCurrentFile();
-    if (currentFile->size() > 0) {
-        readLastLogNr();
-        currentFile->seek(currentFile->size());
+    (void)ensureDirectory(logDir); // it may have been deleted meanwhile
+    openCurrentFileOrDie();
+    continueCurrentFile();
+}
+
+bool BinaryLogInterface::openCurrentFile()
+{
+    auto file = std::make_unique<QFile>(filePath(0));
+    // Unbuffered: a bundle of any size is one write, and a failed one leaves nothing behind.
+    if (!file->open(QIODevice::ReadWrite | QIODevice::Unbuffered)) {
+        return false;
+    }
+    currentFile = std::move(file);
+    device = currentFile.get();
+    tornAt = -1;
+    return true;
+}
+
+void BinaryLogInterface::openCurrentFileOrDie()
+{
+    if (!openCurrentFile()) {
+        qFatal("failed to open log file");
     }
 }
 
-void BinaryLogInterface::openCurrentFile()
+void BinaryLogInterface::continueCurrentFile()
 {
-    currentFile = std::make_unique<QFile>(filePath(0));
-    device = currentFile.get();
-    // Unbuffered: a bundle of any size is one write, and a failed one leaves nothing behind.
-    if (!currentFile->open(QIODevice::ReadWrite | QIODevice::Unbuffered)) {
-        qFatal("failed to open log file");
+    if (currentFile->size() > 0) {
+        const quint64 next = logNr;
+        readLastLogNr();
+        logNr = std::max(logNr, next); // the numbers of lost records stay lost
+        currentFile->seek(currentFile->size());
     }
 }
 

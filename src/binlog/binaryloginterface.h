@@ -23,7 +23,10 @@ class QFile;
  * anywhere begins at 1.
  * Owns: the handle of the current file; nobody else may write in the directory.
  * Failure: ends the process with a fatal message when the directory or the
- * current file cannot be opened. A failed write, rename or removal goes unnoticed.
+ * current file cannot be opened. A bundle that cannot be stored is lost as a whole,
+ * its numbers stay unused, and storing goes on with the next one; the first such
+ * bundle and the first stored again are reported as warnings. A failed rename or
+ * removal goes unnoticed: the file stays under its name.
  * Lifetime: records still in memory when the object dies are lost, on purpose.
  */
 class BinaryLogInterface : public LogInterface
@@ -83,7 +86,15 @@ private:
     void writeValue(const QVariant &value);
     template <typename Number>
     void appendNumber(Number value);
-    void openCurrentFile();
+    // Each is false, with the reason in errno, when it could not be done.
+    [[nodiscard]] bool storeBundle();
+    [[nodiscard]] bool appendBundle();
+    [[nodiscard]] bool cutOffTornRecord();
+    [[nodiscard]] bool returnToDirectory();
+    void reportStoring(bool stored, int reason);
+    [[nodiscard]] bool openCurrentFile();
+    void openCurrentFileOrDie();
+    void continueCurrentFile();
     void readLastLogNr();
     void continueAfterOlderFiles();
     [[nodiscard]] QString filePath(int index) const;
@@ -100,4 +111,7 @@ private:
     quint16 recordLength = 0;           //!< bytes of the record under construction
     int flushTimerId = 0;               //!< 0 when no timer runs
     std::unique_ptr<QFile> currentFile; //!< what device points to
+    bool outage = false;                //!< whether the last bundle could not be stored
+    quint64 recordsLost = 0;            //!< in this outage
+    qint64 tornAt = -1; //!< where the file has to be cut off once it can be; -1: nowhere
 };
