@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+/*!
+ * What the storage under the log does to the daemon: shared memory between a test and
+ * the preloaded library. Only calls on files below /srv/public/log are touched. Every
+ * error is an errno value, 0 for none.
+ */
+struct Faults {
+    std::atomic<std::int32_t> writeError;
+    std::atomic<std::int32_t> fsyncError;
+    std::atomic<std::int32_t> renameError;
+    std::atomic<std::int32_t> unlinkError;
+    std::atomic<std::int32_t> openError;
+    std::atomic<std::int32_t> truncateError;
+    std::atomic<std::int32_t> mkdirError;
+    std::atomic<std::int32_t> fsyncDelay; //!< microseconds that every fsync takes longer
+    //! Bytes that still fit; a write that does not fit comes back short, and then fails
+    //! with ENOSPC. Negative: everything fits.
+    std::atomic<std::int64_t> space;
+    std::atomic<std::uint64_t> writes; //!< calls that arrived, failed ones included
+    std::atomic<std::uint64_t> fsyncs;
+};
+
+//! Names the file that is mapped as Faults.
+constexpr const char *faultsVariable = "SEL_FAULTS";
