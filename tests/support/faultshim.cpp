@@ -95,6 +95,8 @@ mode_t modeArgument(int flags, va_list &arguments)
 
 } // namespace
 
+// The C library's own headers name the parameters otherwise, with names reserved to it.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" {
 
 ssize_t write(int handle, const void *bytes, size_t size)
@@ -220,3 +222,4 @@ int openat64(int folder, const char *path, int flags, ...)
 }
 
 } // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
