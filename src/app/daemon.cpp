@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "app/daemon.h"
 
+#include "app/busloss.h"
 #include "app/version.h"
 #include "devicelib/busreading.h"
 #include "devicelib/constants.h"
@@ -58,6 +59,7 @@ int runDaemon(QCoreApplication &application)
 
     const QString serviceName = zib::SystemeventloggerGlobals::SERVICE_NAME;
     QDBusConnection bus = QDBusConnection::systemBus();
+    const BusLoss busLoss(bus); // before anything is waited for from the bus
     if (!bus.registerService(serviceName)) {
         qFatal("Registering dbus connection failed.");
     }
