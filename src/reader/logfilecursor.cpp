@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace
@@ -27,14 +28,26 @@ size_t readAt(int handle, char *bytes, size_t size, qint64 position)
     return done;
 }
 
+/*!
+ * Whether a descriptor is one of the last. They are left to the others: without one the
+ * bus cuts the daemon off at the first message that carries a descriptor.
+ */
+bool isAmongTheLast(int handle)
+{
+    constexpr rlim_t spare = 32;
+    rlimit limit{};
+    return getrlimit(RLIMIT_NOFILE, &limit) == 0 && rlim_t(handle) + spare >= limit.rlim_cur;
+}
+
 } // namespace
 
 LogFile::LogFile(const QString &path)
     : file(path)
 {
     // Opening a pipe, through a link, would wait for a writer that never comes.
-    if (QFileInfo(file).isFile()) {
-        (void)file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    if (QFileInfo(file).isFile() && file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)
+        && isAmongTheLast(file.handle())) {
+        file.close();
     }
 }
 

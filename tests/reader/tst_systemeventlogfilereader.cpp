@@ -84,6 +84,7 @@ private Q_SLOTS:
     void fileNumbers();
     void sameFileNumberTheLaterListedWins();
     void sameLogNumberTheLaterListedWins();
+    void sameLogNumbersThroughoutTheLaterListedWins();
     void foldersAreSkipped();
 
     void goldenRecord_data();
@@ -102,6 +103,7 @@ private Q_SLOTS:
     void entry();
     void documentedRecord();
     void missingNumberIsEmpty();
+    void answerOfTheLimitIsRefused();
     void storedNumberIsShown();
     void withoutCatalogueTheProcessEnds();
 
@@ -355,6 +357,23 @@ void SystemeventLogfileReaderTest::sameLogNumberTheLaterListedWins()
     QVERIFY(makeReader()->jsonEntry(1, "en"_s).contains("\"secs\":\"222."_s));
     logs->setAge("zib0.log"_s, 200);
     QVERIFY(makeReader()->jsonEntry(1, "en"_s).contains("\"secs\":\"111."_s));
+}
+
+//! A copy of a file under another number: none of its numbers stand side by side.
+void SystemeventLogfileReaderTest::sameLogNumbersThroughoutTheLaterListedWins()
+{
+    for (int index = 0; index < 2; ++index) {
+        RecordBytes::Fields first;
+        first.seconds = index == 0 ? 111 : 222;
+        RecordBytes::Fields second = first;
+        second.logNr = 2;
+        logs->put(index, record(first) + record(second));
+    }
+    logs->setAge("zib1.log"_s, 100);
+    const auto reader = makeReader();
+    for (const quint64 logNr : {1, 2}) {
+        QVERIFY(reader->jsonEntry(logNr, "en"_s).contains("\"secs\":\"222."_s));
+    }
 }
 
 void SystemeventLogfileReaderTest::foldersAreSkipped()
@@ -620,6 +639,17 @@ void SystemeventLogfileReaderTest::missingNumberIsEmpty()
     for (const quint64 logNr : {quint64(0), quint64(2), quint64(4), noMinimum}) {
         QCOMPARE(reader->jsonEntry(logNr, "en"_s), QString());
     }
+}
+
+void SystemeventLogfileReaderTest::answerOfTheLimitIsRefused()
+{
+    logs->put(0, record(1) + record(2));
+    const auto reader = makeReader();
+    const auto answer = reader->jsonRange(1, 2, "en"_s, noMinimum);
+    QVERIFY(answer.has_value());
+    const auto size = quint64(answer->toUtf8().size());
+    QVERIFY(!reader->jsonRange(1, 2, "en"_s, size).has_value());
+    QVERIFY(reader->jsonRange(1, 2, "en"_s, size + 1) == answer);
 }
 
 void SystemeventLogfileReaderTest::storedNumberIsShown()

@@ -1,0 +1,292 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// The writer on storage that fails: what is lost is whole bundles, and it is said once.
+
+#include "binlog/binaryloginterface.h"
+#include "support/literals.h"
+#include "support/recordbytes.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QtEndian>
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+#include <memory>
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace
+{
+
+//! What the functions of the C library below do to this process.
+struct Faults {
+    qint64 space = -1; //!< bytes that still fit, -1 for any number
+    bool fsyncFails = false;
+    bool truncateFails = false;
+    bool clockFails = false;
+};
+Faults faults;
+
+constexpr qint64 recordSize = 33; // a head, an empty path, the end
+
+bool isRegularFile(int descriptor)
+{
+    struct stat state {
+    };
+    return fstat(descriptor, &state) == 0 && S_ISREG(state.st_mode);
+}
+
+int failWith(int error)
+{
+    errno = error;
+    return -1;
+}
+
+} // namespace
+
+// These stand in front of the C library's.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+extern "C" ssize_t write(int descriptor, const void *bytes, size_t size)
+{
+    if (faults.space < 0 || !isRegularFile(descriptor)) {
+        return syscall(SYS_write, descriptor, bytes, size);
+    }
+    const qint64 fitting = std::min(qint64(size), faults.space);
+    if (fitting == 0) {
+        return failWith(ENOSPC);
+    }
+    faults.space -= fitting;
+    return syscall(SYS_write, descriptor, bytes, size_t(fitting));
+}
+
+extern "C" int fsync(int descriptor)
+{
+    return faults.fsyncFails ? failWith(EIO) : int(syscall(SYS_fsync, descriptor));
+}
+
+extern "C" int ftruncate64(int descriptor, off64_t size) noexcept
+{
+    // By no system call: processors of 32 bits differ in how they take the size.
+    using Truncate = int (*)(int, off64_t);
+    static const auto original = reinterpret_cast<Truncate>(dlsym(RTLD_NEXT, "ftruncate64"));
+    return faults.truncateFails ? failWith(EIO) : original(descriptor, size);
+}
+
+extern "C" int gettimeofday(timeval *now, void * /*zone*/) noexcept
+{
+    if (faults.clockFails) {
+        return failWith(EFAULT);
+    }
+    timespec time{};
+    (void)clock_gettime(CLOCK_REALTIME, &time);
+    now->tv_sec = time.tv_sec;
+    now->tv_usec = decltype(now->tv_usec)(time.tv_nsec / 1000);
+    return 0;
+}
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
+
+class OutageTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void bundleThatDoesNotFitIsLostWhole_data();
+    void bundleThatDoesNotFitIsLostWhole();
+    void emptyBundleEndsNoOutage();
+    void bundleThatIsNotSyncedIsReported();
+    void tornRecordIsCutOffBeforeAnythingElse();
+    void deletedDirectoryIsMadeAgain();
+    void directoryThatCannotBeMadeAgainIsAnOutage();
+    void clockThatCannotBeReadGivesNoTime();
+
+private:
+    void open(uint fileLimit);
+    void store(int records);
+    [[nodiscard]] QByteArray content() const;
+    [[nodiscard]] QList<quint64> numbers() const;
+
+    std::unique_ptr<QTemporaryDir> folder;
+    std::unique_ptr<BinaryLogInterface> log;
+};
+
+void OutageTest::init()
+{
+#if QT_VERSION >= QT_VERSION_CHECK(6, 3, 0)
+    QTest::failOnWarning(QRegularExpression(".?"_s));
+#endif
+    folder = std::make_unique<QTemporaryDir>();
+    open(102400);
+}
+
+void OutageTest::cleanup()
+{
+    faults = {};
+    log.reset();
+    folder.reset();
+}
+
+void OutageTest::open(uint fileLimit)
+{
+    constexpr uint bundleLimit = 2560;
+    log = std::make_unique<BinaryLogInterface>(bundleLimit, 30, 10, fileLimit,
+                                               QDir(folder->filePath("log"_s)));
+}
+
+//! One bundle.
+void OutageTest::store(int records)
+{
+    for (int i = 0; i < records; ++i) {
+        log->logEvent(1, {QString()});
+    }
+    log->writeBundle();
+}
+
+QByteArray OutageTest::content() const
+{
+    QFile file(folder->filePath("log/zib0.log"_s));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("no file");
+}
+
+//! The log numbers in the file, which must hold nothing but whole records.
+QList<quint64> OutageTest::numbers() const
+{
+    const QByteArray file = content();
+    QList<quint64> found;
+    if (file.size() % recordSize == 0) {
+        for (int at = 0; at < int(file.size()); at += int(recordSize)) {
+            found.append(qFromLittleEndian<quint64>(file.constData() + at));
+        }
+    }
+    return found;
+}
+
+void OutageTest::bundleThatDoesNotFitIsLostWhole_data()
+{
+    QTest::addColumn<qint64>("space");
+    QTest::newRow("nothing of it fits") << qint64(0);
+    QTest::newRow("one record and a half fit") << qint64(50);
+    QTest::newRow("all but its last byte fits") << 3 * recordSize - 1;
+}
+
+void OutageTest::bundleThatDoesNotFitIsLostWhole()
+{
+    QFETCH(qint64, space);
+    store(3);
+    faults.space = space;
+    QTest::ignoreMessage(QtWarningMsg, "The log cannot be stored: No space left on device");
+    store(3);
+    QCOMPARE(numbers(), (QList<quint64>{1, 2, 3}));
+    faults.space = 0;
+    store(2); // and nothing is said about it
+    QCOMPARE(numbers(), (QList<quint64>{1, 2, 3}));
+
+    faults.space = -1;
+    QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 5");
+    store(1);
+    store(1);
+    QCOMPARE(numbers(), (QList<quint64>{1, 2, 3, 9, 10}));
+
+    faults.space = 0;
+    QTest::ignoreMessage(QtWarningMsg, "The log cannot be stored: No space left on device");
+    store(1);
+    faults.space = -1;
+    QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 1");
+    store(1);
+    QCOMPARE(numbers(), (QList<quint64>{1, 2, 3, 9, 10, 12}));
+}
+
+void OutageTest::emptyBundleEndsNoOutage()
+{
+    faults.space = 0;
+    QTest::ignoreMessage(QtWarningMsg, "The log cannot be stored: No space left on device");
+    store(1);
+    faults.space = -1;
+    store(0); // would say that the log is stored again, and fail
+    QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 1");
+    store(1);
+}
+
+void OutageTest::bundleThatIsNotSyncedIsReported()
+{
+    faults.fsyncFails = true;
+    QTest::ignoreMessage(QtWarningMsg, "The log cannot be stored: Input/output error");
+    store(1);
+    store(1);
+    faults.fsyncFails = false;
+    QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 0");
+    store(1);
+    QCOMPARE(numbers(), (QList<quint64>{1, 2, 3}));
+}
+
+void OutageTest::tornRecordIsCutOffBeforeAnythingElse()
+{
+    open(140);
+    store(3);
+    faults.space = 50;
+    faults.truncateFails = true;
+    QTest::ignoreMessage(QtWarningMsg, "The log cannot be stored: No space left on device");
+    store(3);
+    const QByteArray torn = content();
+    QCOMPARE(torn.size(), 149);
+    faults.space = -1;
+    store(1);
+    // Nothing is put behind half a record, and the file is not rotated away with it.
+    QCOMPARE(content(), torn);
+    QVERIFY(!QFile::exists(folder->filePath("log/zib1.log"_s)));
+
+    faults.truncateFails = false;
+    QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 4");
+    store(1);
+    QCOMPARE(numbers(), (QList<quint64>{1, 2, 3, 8}));
+}
+
+void OutageTest::deletedDirectoryIsMadeAgain()
+{
+    store(3);
+    const QSignalSpy rotated(log.get(), &BinaryLogInterface::logsRotated);
+    QVERIFY(QDir(folder->filePath("log"_s)).removeRecursively());
+    store(1);
+    QCOMPARE(rotated.count(), 1);
+    store(1);
+    QCOMPARE(rotated.count(), 1);
+    QCOMPARE(numbers(), (QList<quint64>{4, 5}));
+}
+
+void OutageTest::directoryThatCannotBeMadeAgainIsAnOutage()
+{
+    store(3);
+    QVERIFY(QDir(folder->path()).removeRecursively());
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^The log cannot be stored: "_s));
+    store(2);
+    QVERIFY(!QFile::exists(folder->path())); // only one level is ever made
+
+    QVERIFY(QDir("/"_s).mkpath(folder->path()));
+    QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 2");
+    store(1);
+    QCOMPARE(numbers(), QList<quint64>{6});
+}
+
+void OutageTest::clockThatCannotBeReadGivesNoTime()
+{
+    faults.clockFails = true;
+    store(1);
+    QCOMPARE(content().mid(8, 16), QByteArray(16, '\0'));
+    faults.clockFails = false;
+    store(1);
+    QVERIFY(content().mid(int(recordSize) + 8, 8) != QByteArray(8, '\0'));
+}
+
+QTEST_GUILESS_MAIN(OutageTest)
+#include "tst_outage.moc"
