@@ -17,6 +17,14 @@ if(SEL_SANITIZE)
     target_link_options(sel_flags INTERFACE -fsanitize=address,undefined)
 endif()
 
+# For what is counted, the product; tests would only take longer. Absolute paths, since a
+# test may run in any folder; atomic, since there are threads.
+set(SEL_COVERAGE_OPTIONS "")
+if(SEL_COVERAGE)
+    set(SEL_COVERAGE_OPTIONS --coverage -fprofile-abs-path -fprofile-update=atomic)
+    target_link_options(sel_flags INTERFACE --coverage)
+endif()
+
 # Generated sources are nobody's to tidy: the nearest configuration file wins,
 # and one that checks next to nothing is accepted where an empty one is not.
 file(WRITE "${CMAKE_BINARY_DIR}/.clang-tidy" "Checks: '-*,misc-definitions-in-headers'\n")
@@ -27,4 +35,5 @@ function(sel_add_library name)
     add_library(${name} STATIC ${arg_SOURCES})
     target_include_directories(${name} PUBLIC "${PROJECT_SOURCE_DIR}/src")
     target_link_libraries(${name} PUBLIC ${arg_LINKS} PRIVATE sel_flags)
+    target_compile_options(${name} PRIVATE ${SEL_COVERAGE_OPTIONS})
 endfunction()
