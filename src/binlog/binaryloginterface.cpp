@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <functional>
 #include <limits>
 
@@ -26,7 +27,10 @@ bool ensureDirectory(const QDir &dir)
     }
     const QFileInfo missing(dir.absolutePath());
     (void)missing.dir().mkdir(missing.fileName()); // whether it is there now is what counts
-    return dir.exists();
+    const int reason = errno;
+    const bool isThere = dir.exists();
+    errno = reason;
+    return isThere;
 }
 
 bool isDeleted(const QFile &file)
@@ -34,6 +38,17 @@ bool isDeleted(const QFile &file)
     struct stat status {
     };
     return fstat(file.handle(), &status) == 0 && status.st_nlink == 0;
+}
+
+/*!
+ * Moves a file to a name that is free. QFile::rename() would make up for a failed
+ * rename by a copy: slow, not forced to storage before its source is deleted, and a
+ * second set of the same records where the source cannot be deleted.
+ */
+bool moveFile(const QString &from, const QString &to)
+{
+    return !QFileInfo::exists(to)
+        && std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
 }
 
 } // namespace
@@ -148,25 +163,22 @@ void BinaryLogInterface::writeBundle()
     if (!device) {
         return;
     }
-    const bool stored = storeBundle();
-    reportStoring(stored, errno);
+    const bool appended = returnToDirectory() && mendFile() && appendBundle();
+    const bool stored = appended && fsync(currentFile->handle()) == 0;
+    const int reason = errno;
+    if (!appended) {
+        recordsLost += quint64(recordsInBundle);
+    }
+    reportStoring(stored, reason);
     recordsInBundle = 0;
     bundle.clear();
     Q_EMIT bundleWritten();
 
-    if (maxFileSize != 0 && tornAt < 0 && currentFile->size() >= qint64(maxFileSize)) {
+    // A file that takes nothing in at present is not rotated either.
+    if (appended && maxFileSize != 0 && currentFile->size() >= qint64(maxFileSize)) {
         closeLogfile();
         openLogfile();
     }
-}
-
-bool BinaryLogInterface::storeBundle()
-{
-    if (!cutOffTornRecord() || !returnToDirectory() || !appendBundle()) {
-        recordsLost += quint64(recordsInBundle);
-        return false;
-    }
-    return fsync(currentFile->handle()) == 0;
 }
 
 bool BinaryLogInterface::appendBundle()
@@ -185,10 +197,28 @@ bool BinaryLogInterface::appendBundle()
 
 bool BinaryLogInterface::cutOffTornRecord()
 {
-    if (tornAt >= 0 && currentFile->resize(tornAt) && currentFile->seek(tornAt)) {
-        tornAt = -1;
+    if (tornAt < 0) {
+        return true;
     }
-    return tornAt < 0;
+    const bool isTorn = currentFile->size() != tornAt; // not where nothing at all was written
+    if ((isTorn && !currentFile->resize(tornAt)) || !currentFile->seek(tornAt)) {
+        return false;
+    }
+    tornAt = -1;
+    return true;
+}
+
+//! Cuts off what could not be cut off at once.
+bool BinaryLogInterface::mendFile()
+{
+    if (tornAt < 0) {
+        return true;
+    }
+    if (!cutOffTornRecord()) {
+        return false;
+    }
+    Q_EMIT logsRotated(); // what was read in the file meanwhile is void
+    return true;
 }
 
 //! Makes the directory and the current file anew when they were deleted under the daemon.
@@ -197,6 +227,7 @@ bool BinaryLogInterface::returnToDirectory()
     if (!isDeleted(*currentFile)) {
         return true;
     }
+    tornAt = -1; // deleted with the file
     if (!ensureDirectory(logDir) || !openCurrentFile()) {
         return false;
     }
@@ -229,7 +260,7 @@ void BinaryLogInterface::timerEvent(QTimerEvent * /*event*/)
 void BinaryLogInterface::openLogfile()
 {
     const QFileInfo present(filePath(0));
-    if (present.exists() && present.size() >= qint64(maxFileSize)) {
+    if (tornAt < 0 && present.exists() && present.size() >= qint64(maxFileSize)) {
         // During construction no subclass's rotation exists yet, and none is meant.
         rotateLogfiles(); // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall)
     }
@@ -247,7 +278,9 @@ bool BinaryLogInterface::openCurrentFile()
     }
     currentFile = std::move(file);
     device = currentFile.get();
-    tornAt = -1;
+    if (currentFile->size() <= tornAt) {
+        tornAt = -1; // a new file, without the torn record
+    }
     return true;
 }
 
@@ -260,7 +293,7 @@ void BinaryLogInterface::openCurrentFileOrDie()
 
 void BinaryLogInterface::continueCurrentFile()
 {
-    if (currentFile->size() > 0) {
+    if (cutOffTornRecord() && currentFile->size() > 0) {
         const quint64 next = logNr;
         readLastLogNr();
         logNr = std::max(logNr, next); // the numbers of lost records stay lost
@@ -299,7 +332,7 @@ void BinaryLogInterface::rotateLogfiles()
     // A failed removal or renaming leaves that file where it is.
     removeFiles(logtail, logtail);
     for (const int index : existingFiles(0, logtail - 1)) {
-        (void)QFile::rename(filePath(index), filePath(index + 1));
+        (void)moveFile(filePath(index), filePath(index + 1));
     }
     Q_EMIT logsRotated();
 }

@@ -23,10 +23,11 @@ class QFile;
  * anywhere begins at 1.
  * Owns: the handle of the current file; nobody else may write in the directory.
  * Failure: ends the process with a fatal message when the directory or the
- * current file cannot be opened. A bundle that cannot be stored is lost as a whole,
- * its numbers stay unused, and storing goes on with the next one; the first such
- * bundle and the first stored again are reported as warnings. A failed rename or
- * removal goes unnoticed: the file stays under its name.
+ * current file cannot be opened. A bundle that cannot be written is lost as a whole,
+ * its numbers stay unused, and storing goes on with the next one; one whose fsync fails
+ * counts as not stored, but stays in the file. The first bundle not stored and the first
+ * stored again are reported as warnings. A failed rename or removal goes unnoticed: the
+ * file stays under its name.
  * Lifetime: records still in memory when the object dies are lost, on purpose.
  */
 class BinaryLogInterface : public LogInterface
@@ -87,10 +88,10 @@ private:
     template <typename Number>
     void appendNumber(Number value);
     // Each is false, with the reason in errno, when it could not be done.
-    [[nodiscard]] bool storeBundle();
-    [[nodiscard]] bool appendBundle();
-    [[nodiscard]] bool cutOffTornRecord();
     [[nodiscard]] bool returnToDirectory();
+    [[nodiscard]] bool mendFile();
+    [[nodiscard]] bool cutOffTornRecord();
+    [[nodiscard]] bool appendBundle();
     void reportStoring(bool stored, int reason);
     [[nodiscard]] bool openCurrentFile();
     void openCurrentFileOrDie();

@@ -19,6 +19,8 @@
 #include <QTimerEvent>
 #include <QtEndian>
 
+#include <algorithm>
+#include <cerrno>
 #include <limits>
 #include <memory>
 
@@ -34,6 +36,31 @@ namespace
 QList<qint64> syncedSizes;
 //! How much each write(2) of this process was about.
 QList<qint64> writtenSizes;
+
+//! What the storage does to this process; every error is an errno value, 0 for none.
+struct Trouble {
+    int writeError = 0;
+    qint64 space = -1; //!< bytes that a write still finds space for; negative: any number
+    int fsyncError = 0;
+    int truncateError = 0;
+};
+Trouble trouble;
+
+bool fails(int error)
+{
+    if (error != 0) {
+        errno = error;
+    }
+    return error != 0;
+}
+
+//! That of a regular file; messages to a pipe or a terminal are left in peace.
+bool isStored(int descriptor)
+{
+    struct stat state {
+    };
+    return fstat(descriptor, &state) == 0 && S_ISREG(state.st_mode) && descriptor > STDERR_FILENO;
+}
 
 constexpr uint bundleLimit = 2560;
 constexpr uint fileLimit = 102400;
@@ -65,14 +92,30 @@ extern "C" int fsync(int descriptor)
     };
     fstat(descriptor, &state);
     syncedSizes.append(state.st_size);
-    return int(syscall(SYS_fsync, descriptor));
+    return fails(trouble.fsyncError) ? -1 : int(syscall(SYS_fsync, descriptor));
 }
 
 // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" ssize_t write(int descriptor, const void *bytes, size_t size)
 {
     writtenSizes.append(qint64(size));
-    return syscall(SYS_write, descriptor, bytes, size);
+    if (!isStored(descriptor) || trouble.space < 0) {
+        return isStored(descriptor) && fails(trouble.writeError)
+            ? -1
+            : syscall(SYS_write, descriptor, bytes, size);
+    }
+    const size_t fits = std::min(size, size_t(trouble.space));
+    if (fits == 0 && fails(ENOSPC)) {
+        return -1;
+    }
+    trouble.space -= qint64(fits);
+    return syscall(SYS_write, descriptor, bytes, fits);
+}
+
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+extern "C" int ftruncate(int descriptor, off_t size) noexcept
+{
+    return fails(trouble.truncateError) ? -1 : int(syscall(SYS_ftruncate, descriptor, size));
 }
 
 class BinaryLogInterfaceTest : public QObject
@@ -109,6 +152,14 @@ private Q_SLOTS:
     void zeroFileLimitDoesNotRotateAfterAWrite();
     void failedRenamesAreIgnored();
 
+    void bundleThatIsNotWrittenIsLostAsAWhole_data();
+    void bundleThatIsNotWrittenIsLostAsAWhole();
+    void failedFsyncIsReportedAndLosesNothing();
+    void emptyBundleEndsNoOutage();
+    void tornRecordIsCutOffOnceItCanBe();
+    void deletedFolderIsMadeAnew();
+    void fullFileIsNotRotatedWhileItIsGone();
+
     void setLogtail_data();
     void setLogtail();
     void astronomicalLogtailReturnsAtOnce();
@@ -137,6 +188,7 @@ void BinaryLogInterfaceTest::init()
     QTest::failOnWarning(QRegularExpression(".?"_s));
 #endif
     folder = std::make_unique<QTemporaryDir>();
+    trouble = {};
 }
 
 QString BinaryLogInterfaceTest::path(int index) const
@@ -516,6 +568,129 @@ void BinaryLogInterfaceTest::failedRenamesAreIgnored()
     QCOMPARE(content(1).left(8), RecordBytes::number(1, 8));
     QCOMPARE(content(0).size(), 2 * 33); // goes on behind what could not be moved
     QCOMPARE(log->nextNumber(), quint64(4));
+}
+
+void BinaryLogInterfaceTest::bundleThatIsNotWrittenIsLostAsAWhole_data()
+{
+    QTest::addColumn<int>("writeError");
+    QTest::addColumn<int>("space");
+    QTest::addColumn<int>("reason");
+    QTest::newRow("a write that fails") << EIO << -1 << EIO;
+    QTest::newRow("a disk that is full") << 0 << 0 << ENOSPC;
+    QTest::newRow("a write that ends in a record") << 0 << 1000 << ENOSPC;
+    QTest::newRow("a write that ends between two records") << 0 << 33 << ENOSPC;
+    QTest::newRow("a write that ends a byte early") << 0 << 78 * 33 - 1 << ENOSPC;
+}
+
+void BinaryLogInterfaceTest::bundleThatIsNotWrittenIsLostAsAWhole()
+{
+    QFETCH(int, writeError);
+    QFETCH(int, space);
+    QFETCH(int, reason);
+    const auto log = makeLog();
+    const QSignalSpy rotated(log.get(), &BinaryLogInterface::logsRotated);
+    logSmall(*log, 78);
+    const QByteArray before = content(0);
+
+    trouble.writeError = writeError;
+    trouble.space = space;
+    const QByteArray failure = "The log cannot be stored: " + qt_error_string(reason).toUtf8();
+    QTest::ignoreMessage(QtWarningMsg, failure.constData());
+    logSmall(*log, 3 * 78);
+    QCOMPARE(content(0), before);
+
+    trouble = {};
+    QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 234");
+    logSmall(*log, 78);
+    QCOMPARE(content(0).left(before.size()), before);
+    QCOMPARE(content(0).size(), 2 * 78 * 33);
+    QCOMPARE(content(0).mid(before.size(), 8), RecordBytes::number(4 * 78 + 1, 8));
+    QCOMPARE(rotated.count(), 0); // whoever reads along saw whole records all the time
+}
+
+void BinaryLogInterfaceTest::failedFsyncIsReportedAndLosesNothing()
+{
+    const auto log = makeLog(10, 3 * 78 * 33);
+    trouble.fsyncError = EIO;
+    const QByteArray failure = "The log cannot be stored: " + qt_error_string(EIO).toUtf8();
+    QTest::ignoreMessage(QtWarningMsg, failure.constData());
+    logSmall(*log, 3 * 78);
+    QCOMPARE(content(1).size(), 3 * 78 * 33); // rotation goes on
+    trouble = {};
+    QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 0");
+    logSmall(*log, 78);
+    QCOMPARE(content(0).left(8), RecordBytes::number(3 * 78 + 1, 8));
+}
+
+void BinaryLogInterfaceTest::emptyBundleEndsNoOutage()
+{
+    const auto log = makeLog();
+    trouble.writeError = EIO;
+    const QByteArray failure = "The log cannot be stored: " + qt_error_string(EIO).toUtf8();
+    QTest::ignoreMessage(QtWarningMsg, failure.constData());
+    logSmall(*log, 78);
+    log->writeBundle(); // nothing to write does not fail
+    logSmall(*log, 78); // not reported a second time
+    trouble = {};
+    QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 156");
+    logSmall(*log, 78);
+}
+
+void BinaryLogInterfaceTest::tornRecordIsCutOffOnceItCanBe()
+{
+    const auto log = makeLog(10, 2 * 78 * 33);
+    const QSignalSpy rotated(log.get(), &BinaryLogInterface::logsRotated);
+    logSmall(*log, 78);
+    const QByteArray before = content(0);
+    trouble.space = 78 * 33 - 1; // half a record, and a file that is all but full
+    trouble.truncateError = EIO;
+    const QByteArray failure = "The log cannot be stored: " + qt_error_string(ENOSPC).toUtf8();
+    QTest::ignoreMessage(QtWarningMsg, failure.constData());
+    logSmall(*log, 78);
+    trouble.space = -1;
+    logSmall(*log, 78); // nothing goes behind half a record
+    QCOMPARE(content(0).size(), 2 * 78 * 33 - 1);
+    QCOMPARE(rotated.count(), 0);
+
+    trouble = {};
+    QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 156");
+    logSmall(*log, 78);
+    QCOMPARE(rotated.count(), 2); // for what was cut off, and then for the full file
+    QCOMPARE(content(1).size(), 2 * 78 * 33);
+    QCOMPARE(content(1).left(before.size()), before);
+    QCOMPARE(content(1).mid(before.size(), 8), RecordBytes::number(3 * 78 + 1, 8));
+}
+
+void BinaryLogInterfaceTest::deletedFolderIsMadeAnew()
+{
+    const auto log = makeLog();
+    const QSignalSpy rotated(log.get(), &BinaryLogInterface::logsRotated);
+    logSmall(*log, 78);
+    QVERIFY(QDir(folder->path()).removeRecursively());
+    logSmall(*log, 78);
+    QCOMPARE(rotated.count(), 1);
+    QCOMPARE(content(0).size(), 78 * 33);
+    QCOMPARE(content(0).left(8), RecordBytes::number(79, 8));
+}
+
+//! Its rotation would end the process, as no file can be opened in its place.
+void BinaryLogInterfaceTest::fullFileIsNotRotatedWhileItIsGone()
+{
+    QVERIFY(QDir(folder->path()).mkpath("zib1.log/occupied"_s));
+    const auto log = makeLog(1, 78 * 33);
+    logSmall(*log, 78); // cannot be rotated away
+    QCOMPARE(content(0).size(), 78 * 33);
+    QVERIFY(QDir(folder->path()).removeRecursively());
+    QFile obstacle(folder->path());
+    QVERIFY(obstacle.open(QIODevice::WriteOnly));
+
+    const QByteArray failure = "The log cannot be stored: " + qt_error_string(EEXIST).toUtf8();
+    QTest::ignoreMessage(QtWarningMsg, failure.constData());
+    logSmall(*log, 78);
+    QVERIFY(obstacle.remove());
+    QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 78");
+    logSmall(*log, 78);
+    QCOMPARE(content(1).left(8), RecordBytes::number(2 * 78 + 1, 8));
 }
 
 void BinaryLogInterfaceTest::setLogtail_data()

@@ -21,7 +21,8 @@ struct Faults {
     //! Bytes that still fit; a write that does not fit comes back short, and then fails
     //! with ENOSPC. Negative: everything fits.
     std::atomic<std::int64_t> space;
-    std::atomic<std::uint64_t> writes; //!< calls that arrived, failed ones included
+    std::atomic<std::int32_t> mostAtOnce; //!< bytes that one write takes at most, 0: any number
+    std::atomic<std::uint64_t> writes;    //!< calls that arrived, failed ones included
     std::atomic<std::uint64_t> fsyncs;
 };
 

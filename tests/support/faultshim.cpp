@@ -5,6 +5,7 @@
 
 #include "support/faults.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -98,6 +99,8 @@ mode_t modeArgument(int flags, va_list &arguments)
 // The C library's own headers name the parameters otherwise, with names reserved to it.
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" {
+// The names of the parameters are the C library's own, and reserved for it.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 
 ssize_t write(int handle, const void *bytes, size_t size)
 {
@@ -114,7 +117,9 @@ ssize_t write(int handle, const void *bytes, size_t size)
         errno = ENOSPC;
         return -1;
     }
-    const size_t fits = space < 0 || size_t(space) > size ? size : size_t(space);
+    const std::int32_t mostAtOnce = faults->mostAtOnce;
+    const size_t taken = mostAtOnce > 0 ? std::min(size, size_t(mostAtOnce)) : size;
+    const size_t fits = space < 0 ? taken : std::min(taken, size_t(space));
     const ssize_t written = next(handle, bytes, fits);
     if (space > 0 && written > 0) {
         faults->space -= written;
@@ -221,5 +226,6 @@ int openat64(int folder, const char *path, int flags, ...)
     return openatWithFaults("openat64", folder, path, flags, mode);
 }
 
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 } // extern "C"
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)

@@ -20,13 +20,14 @@ FaultyDisk::FaultyDisk()
     qputenv(faultsVariable, shared.fileName().toLocal8Bit());
     qputenv("LD_PRELOAD", qgetenv("SEL_FAULTSHIM"));
     // The sanitizers' library wants to be the first one loaded, without a reason here.
-    qputenv("ASAN_OPTIONS", "verify_asan_link_order=0");
+    sanitizerOptions = qgetenv("ASAN_OPTIONS");
+    qputenv("ASAN_OPTIONS", sanitizerOptions + ":verify_asan_link_order=0");
 }
 
 FaultyDisk::~FaultyDisk()
 {
     qunsetenv("LD_PRELOAD");
-    qunsetenv("ASAN_OPTIONS");
+    qputenv("ASAN_OPTIONS", sanitizerOptions);
     qunsetenv(faultsVariable);
     munmap(faults, sizeof(Faults));
 }

@@ -21,5 +21,6 @@ public:
 
 private:
     QTemporaryFile shared;
+    QByteArray sanitizerOptions; //!< as they were before
     Faults *faults = nullptr;
 };
