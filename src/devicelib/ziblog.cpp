@@ -1,6 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "devicelib/ziblog.h"
 
+#include <QDateTime>
+#include <QLocale>
+
+#include <cstring>
+
+#include <paths.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
 namespace zib
 {
 namespace
@@ -24,14 +33,47 @@ int severityOf(QtMsgType type)
     return LOG_WARNING;
 }
 
+//! The process's way to the system's logger, open for as long as it lives.
+int channel()
+{
+    static const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    return descriptor;
+}
+
+/*!
+ * One line to the system's logger. Not by syslog(3), which waits for a logger that has
+ * stopped reading, and whoever sends bad values would thereby stop this process.
+ * Sending to the path each time reaches a logger that was started anew as well.
+ */
+void send(const QByteArray &line)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, _PATH_LOG, sizeof(_PATH_LOG));
+    (void)sendto(channel(), line.constData(), size_t(line.size()), MSG_DONTWAIT | MSG_NOSIGNAL,
+                 reinterpret_cast<const sockaddr *>(&address), sizeof(address));
+}
+
+//! The local time as syslog(3) writes it, the day padded with a blank: "Jan  2 03:04:05".
+QByteArray timestamp()
+{
+    const QDateTime now = QDateTime::currentDateTime();
+    return QStringLiteral("%1 %2 %3")
+        .arg(QLocale::c().toString(now.date(), QStringLiteral("MMM")))
+        .arg(now.date().day(), 2)
+        .arg(now.time().toString(QStringLiteral("hh:mm:ss")))
+        .toLatin1();
+}
+
 } // namespace
 
 Ziblog ziblog;
 
-void Ziblog::open(const QString &identity, facility code, option options)
+void Ziblog::open(const QString &identity, facility code, option /*options*/)
 {
     ident = identity.toLocal8Bit();
-    openlog(ident.constData(), options, code);
+    facilityCode = code;
+    (void)channel(); // now, while there are descriptors to be had
     otherDestinations = qInstallMessageHandler(handleMessage);
 }
 
@@ -45,7 +87,8 @@ void Ziblog::handleMessage(QtMsgType type, const QMessageLogContext &context,
 {
     const int severity = severityOf(type);
     if (severity <= ziblog.leastSeverity) {
-        syslog(severity, "%s", message.toLocal8Bit().constData());
+        send('<' + QByteArray::number(ziblog.facilityCode | severity) + '>' + timestamp() + ' '
+             + ziblog.ident + ": " + message.toLocal8Bit().constData());
     }
     ziblog.otherDestinations(type, context, message);
 }

@@ -5,6 +5,8 @@
 
 #include <QtTest>
 
+#include <memory>
+
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -54,10 +56,15 @@ private:
     bool bound;
 };
 
+std::unique_ptr<SystemLogger> &currentLogger()
+{
+    static auto instance = std::make_unique<SystemLogger>();
+    return instance;
+}
+
 SystemLogger &logger()
 {
-    static SystemLogger instance;
-    return instance;
+    return *currentLogger();
 }
 
 struct Heard {
@@ -123,6 +130,9 @@ private Q_SLOTS:
     void percentSignsAreText();
     void messageBeyondAsciiIsKept();
     void nothingPassesBeforeTheChannelIsOpened();
+    void everyByteIsThatOfSyslog();
+    void loggerThatDoesNotReadIsNotWaitedFor();
+    void loggerMayComeAndGo();
 };
 
 void ZiblogTest::initTestCase()
@@ -235,6 +245,58 @@ void ZiblogTest::nothingPassesBeforeTheChannelIsOpened()
 
     QCOMPARE(logger().next(), QByteArray());
     QCOMPARE(heardElsewhere.size(), 1);
+}
+
+void ZiblogTest::everyByteIsThatOfSyslog()
+{
+    const char text[] = "T\xC3\xBCr 100 %\nopen";
+    openChannel();
+    openlog("com.tovel.test", 0, LOG_LOCAL5);
+    QByteArray ours;
+    QByteArray original;
+    // Unless the second changes in between.
+    constexpr int attempts = 10;
+    for (int i = 0; i < attempts && (ours.isNull() || ours != original); ++i) {
+        syslog(LOG_WARNING, "%s", text);
+        qWarning("%s", text);
+        original = logger().next();
+        ours = logger().next();
+    }
+    QVERIFY(!original.isEmpty());
+    QCOMPARE(ours, original);
+}
+
+void ZiblogTest::loggerThatDoesNotReadIsNotWaitedFor()
+{
+    openChannel();
+    constexpr int messages = 5000; // more than any queue of the system holds
+    for (int i = 0; i < messages; ++i) {
+        qWarning("disk full");
+    }
+    int received = 0;
+    while (!logger().next().isNull()) {
+        ++received;
+    }
+    QVERIFY(received > 0);
+    QVERIFY(received < messages);
+    QCOMPARE(heardElsewhere.size(), messages);
+
+    qWarning("disk empty");
+    QVERIFY(logger().next().endsWith(": disk empty"));
+}
+
+void ZiblogTest::loggerMayComeAndGo()
+{
+    openChannel();
+    currentLogger().reset();
+    qWarning("nobody listens");
+    currentLogger() = std::make_unique<SystemLogger>();
+    QVERIFY(logger().isBound());
+    QCOMPARE(logger().next(), QByteArray());
+
+    qWarning("somebody listens");
+    QVERIFY(logger().next().endsWith(": somebody listens"));
+    QCOMPARE(heardElsewhere.size(), 2);
 }
 
 QTEST_GUILESS_MAIN(ZiblogTest)
