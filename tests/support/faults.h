@@ -24,7 +24,11 @@ struct Faults {
     std::atomic<std::int32_t> mostAtOnce; //!< bytes that one write takes at most, 0: any number
     std::atomic<std::uint64_t> writes;    //!< calls that arrived, failed ones included
     std::atomic<std::uint64_t> fsyncs;
+    std::atomic<std::uint64_t> bytesWritten; //!< by writes that have returned
+    std::atomic<std::uint64_t> bytesSynced;  //!< of these, when the last good fsync returned
 };
 
 //! Names the file that is mapped as Faults.
 constexpr const char *faultsVariable = "SEL_FAULTS";
+//! Names a file, where one is wanted, that gets every byte before it goes to the log.
+constexpr const char *witnessVariable = "SEL_WITNESS";

@@ -40,6 +40,15 @@ Faults *mapFaults()
 //! Null in a process that is not to be troubled.
 Faults *const faults = mapFaults();
 
+int openWitness()
+{
+    const char *const name = std::getenv(witnessVariable);
+    return faults != nullptr && name != nullptr ? open(name, O_WRONLY | O_APPEND | O_CLOEXEC) : -1;
+}
+
+//! Negative where nobody asks for one.
+const int witness = openWitness();
+
 template <typename Function>
 Function *original(const char *name)
 {
@@ -71,6 +80,27 @@ bool fails(const std::atomic<std::int32_t> &error)
         errno = reason;
     }
     return reason != 0;
+}
+
+//! A write that the witness sees before it happens, and only as far as it happens.
+template <typename Write>
+ssize_t writeWitnessed(Write *next, int handle, const void *bytes, size_t size)
+{
+    const off_t before = witness < 0 ? 0 : lseek(witness, 0, SEEK_END);
+    if (witness >= 0 && next(witness, bytes, size) != ssize_t(size)) {
+        std::abort();
+    }
+    const ssize_t written = next(handle, bytes, size);
+    const int reason = errno;
+    if (witness >= 0 && written != ssize_t(size)
+        && ftruncate(witness, before + (written > 0 ? written : 0)) != 0) {
+        std::abort();
+    }
+    if (written > 0) {
+        faults->bytesWritten += std::uint64_t(written);
+    }
+    errno = reason;
+    return written;
 }
 
 int openWithFaults(const char *name, const char *path, int flags, mode_t mode)
@@ -120,7 +150,7 @@ ssize_t write(int handle, const void *bytes, size_t size)
     const std::int32_t mostAtOnce = faults->mostAtOnce;
     const size_t taken = mostAtOnce > 0 ? std::min(size, size_t(mostAtOnce)) : size;
     const size_t fits = space < 0 ? taken : std::min(taken, size_t(space));
-    const ssize_t written = next(handle, bytes, fits);
+    const ssize_t written = writeWitnessed(next, handle, bytes, fits);
     if (space > 0 && written > 0) {
         faults->space -= written;
     }
@@ -137,7 +167,12 @@ int fsync(int handle)
     if (const int delay = faults->fsyncDelay; delay > 0) {
         usleep(useconds_t(delay));
     }
-    return fails(faults->fsyncError) ? -1 : next(handle);
+    const std::uint64_t written = faults->bytesWritten;
+    if (fails(faults->fsyncError) || next(handle) != 0) {
+        return -1;
+    }
+    faults->bytesSynced = written;
+    return 0;
 }
 
 int ftruncate(int handle, off_t size) noexcept
