@@ -29,7 +29,7 @@ void encodeValues(benchmark::State &state)
         (void)step;
         out.resize(0); // keeps the memory
         for (const QVariant &value : args) {
-            LogFormat::appendValue(out, value);
+            benchmark::DoNotOptimize(LogFormat::appendValue(out, value));
         }
         benchmark::DoNotOptimize(out.constData());
     }

@@ -20,6 +20,10 @@
 namespace
 {
 
+// A message of 32 MiB holds millions of values; with a warning each it would hold the
+// daemon for minutes.
+constexpr int warningsPerEvent = 10000;
+
 bool ensureDirectory(const QDir &dir)
 {
     if (dir.exists()) {
@@ -129,8 +133,11 @@ void BinaryLogInterface::appendTimestamp(qint64 seconds, qint32 microseconds)
 void BinaryLogInterface::writeEventData(int id, const QList<QVariant> &args)
 {
     appendNumber<qint32>(id);
+    int unhandled = 0;
     for (const QVariant &value : args) {
-        writeValue(value);
+        if (!writeValue(value) && ++unhandled <= warningsPerEvent) {
+            qWarning("Unhandled type");
+        }
     }
 }
 
@@ -151,11 +158,12 @@ void BinaryLogInterface::appendNumber(Number value)
     recordLength = quint16(recordLength + sizeof(Number));
 }
 
-void BinaryLogInterface::writeValue(const QVariant &value)
+bool BinaryLogInterface::writeValue(const QVariant &value)
 {
     const auto sizeBefore = bundle.size();
-    LogFormat::appendValue(bundle, value);
+    const bool isHandled = LogFormat::appendValue(bundle, value);
     recordLength = quint16(recordLength + (bundle.size() - sizeBefore));
+    return isHandled;
 }
 
 void BinaryLogInterface::writeBundle()

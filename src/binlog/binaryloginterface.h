@@ -84,7 +84,8 @@ protected:
     void appendTimestamp(qint64 seconds, qint32 microseconds);
 
 private:
-    void writeValue(const QVariant &value);
+    //! False for a value of a type that has no encoding.
+    [[nodiscard]] bool writeValue(const QVariant &value);
     template <typename Number>
     void appendNumber(Number value);
     // Each is false, with the reason in errno, when it could not be done.

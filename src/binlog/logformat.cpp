@@ -5,7 +5,6 @@
 #include "catalog/varianttype.h"
 
 #include <QDBusVariant>
-#include <QtDebug>
 
 namespace LogFormat
 {
@@ -22,14 +21,14 @@ void appendString(QByteArray &out, const QString &text)
     out.append(utf8);
 }
 
-void appendRegisteredType(QByteArray &out, const QVariant &value)
+bool appendRegisteredType(QByteArray &out, const QVariant &value)
 {
     if (value.userType() != qMetaTypeId<QDBusVariant>()) {
-        return;
+        return true;
     }
     const QVariant wrapped = value.value<QDBusVariant>().variant();
     append<qint16>(out, qint16(SystemeventArgument::lookupVariant(wrapped)));
-    appendValue(out, wrapped);
+    return appendValue(out, wrapped);
 }
 
 } // namespace
@@ -47,7 +46,7 @@ int fileIndex(const QString &name)
     return isNumber && name == fileName(index) && index >= 0 ? index : -1;
 }
 
-void appendValue(QByteArray &out, const QVariant &value)
+bool appendValue(QByteArray &out, const QVariant &value)
 {
     switch (primaryType(value)) {
     case QMetaType::Bool:
@@ -73,11 +72,11 @@ void appendValue(QByteArray &out, const QVariant &value)
         appendString(out, value.toString());
         break;
     case QMetaType::User:
-        appendRegisteredType(out, value);
-        break;
+        return appendRegisteredType(out, value);
     default:
-        qWarning("Unhandled type");
+        return false;
     }
+    return true;
 }
 
 quint64 lastLogNr(QIODevice &in)

@@ -78,10 +78,10 @@ qint64 read(Source &in, Number &value)
  *   QString        2 bytes: length of the UTF-8 text modulo 65536; then the text
  *   QDBusVariant   2 bytes: type code of the wrapped value; then that value
  *
- * A value of another built-in type appends nothing and is reported as
- * "Unhandled type"; one of another registered type appends nothing, silently.
+ * A value of another registered type appends nothing. One of another built-in type
+ * appends nothing either and gives false: the caller reports it.
  */
-void appendValue(QByteArray &out, const QVariant &value);
+[[nodiscard]] bool appendValue(QByteArray &out, const QVariant &value);
 
 /*!
  * Goes to a position from the start of the file. A position before the start
