@@ -179,7 +179,7 @@ private Q_SLOTS:
         const auto randomText = [&generator](quint64 longest) {
             QString text;
             for (quint64 left = generator() % (longest + 1); left > 0; --left) {
-                text += pieces[generator() % pieces.size()];
+                text += pieces[std::size_t(generator() % pieces.size())];
             }
             return text;
         };

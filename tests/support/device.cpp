@@ -101,8 +101,12 @@ QString Device::waitForEnd()
 
 QString Device::output() const
 {
+    // An emulator, where there is one, remarks on an abort.
+    static const QRegularExpression remark("^qemu: uncaught target signal .*\n"_s,
+                                           QRegularExpression::MultilineOption);
     QFile file(errors.fileName());
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).remove(remark)
+                                          : QString();
 }
 
 QStringList Device::outputLines(const QString &part) const

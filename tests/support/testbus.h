@@ -28,8 +28,9 @@ private:
     QString busAddress;
 };
 
-//! How long to wait for a peer, in milliseconds; a sanitized one on a busy machine is slow.
-constexpr int busPatience = 20000;
+//! How long to wait for a peer, in milliseconds; a sanitized or emulated one on a busy machine
+//! is slow.
+constexpr int busPatience = 120000;
 
 /*!
  * Calls a method and keeps the event loop alive meanwhile, for services of the test's
