@@ -1,0 +1,240 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The receiving programs, each in a root of its own made from Debian's packages.
+
+To be used as root within scripts/private-device: what is mounted over such a root, and
+what is written there, is gone afterwards.
+"""
+import json
+import os
+import shutil
+import signal
+import subprocess
+
+from device import end, eventually
+
+CONFIGURATIONS = os.path.dirname(os.path.dirname(os.path.realpath(__file__)))
+MADE_FRESH = ("run", "tmp", "var/log", "var/spool", "var/lib/postgresql",
+              "var/lib/syslog-ng", "etc/rsyslog-events")
+POSTGRES = 5432  # as user id, as group id and as port
+
+
+class Root:
+    def __init__(self, folder):
+        self.folder = os.path.realpath(folder)
+        for name in MADE_FRESH:
+            self.mount(name, "-t", "tmpfs", "tmpfs")
+            os.chmod(self.path(name), 0o755)
+        self.mount("proc", "-t", "proc", "proc")
+        self.mount("dev", "--rbind", "/dev")
+        os.makedirs(self.path("var/spool/rsyslog"))
+        os.makedirs(self.path("var/log/events"))
+
+    def mount(self, name, *what):
+        os.makedirs(self.path(name), exist_ok=True)
+        subprocess.run(["mount", *what, self.path(name)], check=True)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def install(self, configuration, target):
+        shutil.copy(os.path.join(CONFIGURATIONS, configuration), self.path(target))
+
+    def command(self, *command, user=None):
+        as_user = [f"--userspec={user}:{user}"] if user else []
+        return ["env", "-i", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C.UTF-8",
+                "chroot", *as_user, self.folder, *command]
+
+    def run(self, *command, user=None, text=None):
+        return subprocess.run(self.command(*command, user=user), input=text, check=True,
+                              stdout=subprocess.PIPE, text=True).stdout
+
+    def launch(self, *command, user=None, log, nice=0):
+        with open(self.path(log), "a", encoding="utf-8") as output:
+            return subprocess.Popen(
+                ["nice", "-n", str(nice), *self.command(*command, user=user)],
+                stdout=output, stderr=output, stdin=subprocess.DEVNULL)
+
+
+def is_port_taken(port):
+    lines = []
+    for name in ("/proc/net/udp", "/proc/net/udp6"):
+        with open(name, encoding="ascii") as file:
+            lines += file.readlines()[1:]
+    return any(line.split()[1].endswith(f":{port:04X}") for line in lines)
+
+
+def overflows():
+    """Datagrams that found the receive buffer full, by the kernel's count."""
+    with open("/proc/net/snmp", encoding="ascii") as file:
+        names, values = (line.split() for line in file if line.startswith("Udp:"))
+    return int(values[names.index("RcvbufErrors")])
+
+
+class Server:
+    """A receiver; it runs within `with`."""
+
+    zero_byte: str   # what it writes for one within a text
+    cut_at_end: str  # the characters that it cuts off at the end of a text
+
+    def __init__(self, root, *command):
+        self.root = root
+        self.command = command
+        self.log = "var/log/server"
+        self.process = None
+        self.forget()
+
+    def __enter__(self):
+        # Other work on this machine is not to hold it up for longer than its buffer lasts.
+        self.process = self.root.launch(*self.command, log=self.log, nice=-10)
+        try:
+            eventually("port 514 to be open", self.is_listening)
+        except BaseException:
+            self.__exit__()
+            raise
+        return self
+
+    def __exit__(self, *_):
+        end(self.process)
+
+    def is_listening(self):
+        if self.process.poll() is not None:
+            raise RuntimeError(f"the server has ended:\n{self.messages()}")
+        return is_port_taken(514)
+
+    def cpu_seconds(self):
+        with open(f"/proc/{self.process.pid}/stat", encoding="ascii") as file:
+            fields = file.read().rpartition(")")[2].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+    def is_held(self):
+        tasks = f"/proc/{self.process.pid}/task"
+        for task in os.listdir(tasks):
+            with open(f"{tasks}/{task}/stat", encoding="ascii") as file:
+                if file.read().rpartition(") ")[2][0] != "T":
+                    return False
+        return True
+
+    def hold(self):
+        """Until it goes on, it takes nothing out of its socket."""
+        self.process.send_signal(signal.SIGSTOP)
+        eventually("the server to stand still", self.is_held)
+
+    def go_on(self):
+        self.process.send_signal(signal.SIGCONT)
+
+    def messages(self):
+        with open(self.root.path(self.log), encoding="utf-8", errors="replace") as file:
+            return file.read()
+
+    def lines(self, name="events"):
+        """The complete lines of a file that it writes."""
+        try:
+            with open(self.root.path(f"var/log/events/{name}.json"), "rb") as file:
+                content = file.read()
+        except FileNotFoundError:
+            return []
+        return content[:content.rfind(b"\n") + 1].split(b"\n")[:-1]
+
+    def whole(self, message):
+        """What becomes of a message in its hands: the same, but for the above."""
+        return message.rstrip(self.cut_at_end).replace("\0", self.zero_byte)
+
+    def forget(self):
+        """Empties its files, which it opens for appending."""
+        for name in ("events", "strangers"):
+            path = self.root.path(f"var/log/events/{name}.json")
+            if os.path.exists(path):
+                os.truncate(path, 0)
+
+
+class Rsyslog(Server):
+    zero_byte = "#000"
+    cut_at_end = "\0"
+    folder = "etc/rsyslog-events/"
+
+    def __init__(self, root, store=None):
+        """With a store, the one of rsyslog-STORE.conf."""
+        for name in os.listdir(root.path(self.folder)):
+            os.remove(root.path(self.folder + name))
+        for name in ("rsyslog.conf", "events.rulebase"):
+            root.install(name, self.folder)
+        if store:
+            root.install(f"rsyslog-{store}.conf", f"{self.folder}store-{store}.conf")
+        super().__init__(root, "rsyslogd", "-n", "-f", "/etc/rsyslog-events/rsyslog.conf",
+                         "-i", "/run/rsyslogd.pid")
+
+    def check_configuration(self):
+        """What the server's own check says; an empty text when it finds nothing wrong."""
+        done = subprocess.run(self.root.command(*self.command, "-N1"), check=False, text=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        return "" if done.returncode == 0 and "rror" not in done.stdout else done.stdout
+
+
+class SyslogNg(Server):
+    zero_byte = "\\x00"
+    cut_at_end = "\0\n"
+
+    def __init__(self, root):
+        root.install("syslog-ng.conf", "tmp")
+        super().__init__(root, "syslog-ng", "-F", "--no-caps", "-f", "/tmp/syslog-ng.conf")
+
+
+class PostgreSql:
+    """A database with the schema; to be used by `with`."""
+
+    def __init__(self, root):
+        self.root = root
+        self.programs = "/usr/lib/postgresql/15/bin/"
+        self.data = "/var/lib/postgresql/data"
+        self.process = None
+        with open(root.path("etc/passwd"), "w", encoding="ascii") as file:
+            file.write("root:x:0:0::/:/bin/sh\n"
+                       f"postgres:x:{POSTGRES}:{POSTGRES}::/var/lib/postgresql:/bin/sh\n")
+        for name in ("var/lib/postgresql", "tmp"):
+            os.chown(root.path(name), POSTGRES, POSTGRES)
+        root.run(self.programs + "initdb", "-D", self.data, "-A", "trust", "-E", "UTF8",
+                 "--no-sync", user=POSTGRES)
+
+    def __enter__(self):
+        self.start()
+        self.query("CREATE DATABASE events", database="postgres")
+        with open(os.path.join(CONFIGURATIONS, "schema.sql"), encoding="utf-8") as file:
+            self.query(file.read())
+        return self
+
+    def __exit__(self, *_):
+        self.stop()
+
+    def start(self):
+        self.process = self.root.launch(
+            self.programs + "postgres", "-D", self.data, "-k", "/tmp", "-h", "127.0.0.1",
+            user=POSTGRES, log="var/log/postgresql")
+        eventually("the database", self.answers)
+
+    def stop(self):
+        """Without waiting for its clients."""
+        if self.process:
+            self.process.send_signal(signal.SIGINT)
+            end(self.process)
+            self.process = None
+
+    def answers(self):
+        done = subprocess.run(self.root.command(
+            self.programs + "pg_isready", "-h", "127.0.0.1"), stdout=subprocess.DEVNULL,
+            check=False)
+        return done.returncode == 0
+
+    def query(self, statement, database="events"):
+        return self.root.run(self.programs + "psql", "-h", "/tmp", "-U", "postgres", "-d",
+                             database, "-qAtX", "-v", "ON_ERROR_STOP=1", user=POSTGRES,
+                             text=statement)
+
+    def count(self):
+        return int(self.query("SELECT count(*) FROM events"))
+
+    def rows(self):
+        """The events in the order in which they were received."""
+        return [json.loads(line) for line in self.query(
+            "SELECT json_build_object('received', received, 'host', host(host), "
+            "'devicetime', device_time, 'level', level, 'id', event_id, 'path', path, "
+            "'message', message) FROM events ORDER BY received, sequence").split("\n")[:-1]]
