@@ -37,6 +37,13 @@ bool ensureDirectory(const QDir &dir)
     return isThere;
 }
 
+//! Whether it is a file, and not a pipe that would sooner or later block the writer.
+bool isRegular(const QFile &file)
+{
+    struct stat status {};
+    return fstat(file.handle(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
 bool isDeleted(const QFile &file)
 {
     struct stat status {
@@ -191,7 +198,10 @@ void BinaryLogInterface::writeBundle()
 
 bool BinaryLogInterface::appendBundle()
 {
-    const qint64 begin = device->pos();
+    const qint64 begin = currentFile->size();
+    if (device->pos() != begin) {
+        (void)device->seek(begin); // somebody has emptied the file
+    }
     if (device->write(bundle) == bundle.size()) {
         return currentFile->flush();
     }
@@ -281,7 +291,7 @@ bool BinaryLogInterface::openCurrentFile()
 {
     auto file = std::make_unique<QFile>(filePath(0));
     // Unbuffered: a bundle of any size is one write, and a failed one leaves nothing behind.
-    if (!file->open(QIODevice::ReadWrite | QIODevice::Unbuffered)) {
+    if (!file->open(QIODevice::ReadWrite | QIODevice::Unbuffered) || !isRegular(*file)) {
         return false;
     }
     currentFile = std::move(file);

@@ -100,6 +100,9 @@ void SystemeventLogfileReader::logfileChanged()
 void SystemeventLogfileReader::logfilesRotated()
 {
     filesDirty = true;
+    // A deleted file takes its space as long as somebody has it open.
+    cursor.forget();
+    fileTable.clear();
 }
 
 void SystemeventLogfileReader::refresh()

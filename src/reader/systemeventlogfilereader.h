@@ -21,7 +21,8 @@ class SystemeventCatalogue;
  *
  * An index leads from every log number to its record. It is built from scratch
  * by the first query after the file set changed and extended by the first query
- * after the current file grew; the two slots only take note.
+ * after the current file grew; the two slots only take note, and the second closes
+ * the files.
  *
  * Reads only, and never fails: damage shows as marker texts within a message,
  * positional problems as debug messages. A record that cannot be found is an

@@ -301,7 +301,7 @@ void BinaryLogInterfaceTest::unhandledTypesAreNotReportedForEver()
               warnings += type == QtWarningMsg ? 1 : 0;
           });
     QVariantList values{"/x"_s};
-    values.reserve(3 * most);
+    values.reserve(2LL * most);
     for (int i = 0; i < 2 * most; ++i) {
         values.append(QVariant::fromValue(quint64(i)));
     }

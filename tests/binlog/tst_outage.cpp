@@ -109,6 +109,8 @@ private Q_SLOTS:
     void tornRecordIsCutOffBeforeAnythingElse();
     void deletedDirectoryIsMadeAgain();
     void directoryThatCannotBeMadeAgainIsAnOutage();
+    void pipeInPlaceOfTheFileIsAnOutage();
+    void emptiedFileIsContinuedAtItsEnd();
     void clockThatCannotBeReadGivesNoTime();
 
 private:
@@ -276,6 +278,30 @@ void OutageTest::directoryThatCannotBeMadeAgainIsAnOutage()
     QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 2");
     store(1);
     QCOMPARE(numbers(), QList<quint64>{6});
+}
+
+//! Once a pipe is full, whoever writes waits for a reader that never comes.
+void OutageTest::pipeInPlaceOfTheFileIsAnOutage()
+{
+    store(1);
+    const QString path = folder->filePath("log/zib0.log"_s);
+    QVERIFY(QFile::remove(path));
+    QCOMPARE(mkfifo(qPrintable(path), S_IRUSR | S_IWUSR), 0);
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^The log cannot be stored"_s));
+    store(1);
+    QVERIFY(QFile::remove(path));
+    QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 1");
+    store(1);
+    QCOMPARE(numbers(), QList<quint64>{3});
+}
+
+void OutageTest::emptiedFileIsContinuedAtItsEnd()
+{
+    store(3);
+    QVERIFY(QFile::resize(folder->filePath("log/zib0.log"_s), 0));
+    store(2);
+    QCOMPARE(numbers(), (QList<quint64>{4, 5}));
+    QCOMPARE(content().size(), 2 * recordSize);
 }
 
 void OutageTest::clockThatCannotBeReadGivesNoTime()

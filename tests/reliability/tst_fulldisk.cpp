@@ -223,6 +223,8 @@ void FullDiskTest::smallerLogtailMakesSpace()
     source.send(5000);
     QCOMPARE(storageReports(*device), QStringList{failureReport(ENOSPC)});
     QVERIFY(QFile::exists(Device::logPath(2)));
+    // Whoever reads has the files open, and open files keep their space.
+    QVERIFY(device->result("getMaxLogNr"_s).toULongLong() > 0);
     QVERIFY(device->setProperty("logtail"_s, 1));
     QCOMPARE(device->property("logtail"_s).toInt(), 1);
     QVERIFY(!QFile::exists(Device::logPath(2)));
@@ -241,9 +243,10 @@ void FullDiskTest::clearingMakesSpace()
     source.send(3000);
     const StoredEvents before = storedEvents();
     QCOMPARE(before.damage, QString());
+    // Whoever reads has the files open, and open files keep their space.
+    QVERIFY(device->result("getMaxLogNr"_s).toULongLong() > 0);
     QCOMPARE(device->call("clearLogfiles"_s).type(), QDBusMessage::ReplyMessage);
     QCOMPARE(Device::logFile(0), QByteArray());
-    QCOMPARE(device->result("getMaxLogNr"_s).toULongLong(), 0ULL);
     const quint64 clearedAt = source.sent();
     QVERIFY(source.sendUntilStored());
     const StoredEvents after = storedEvents();
