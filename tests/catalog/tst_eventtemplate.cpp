@@ -200,5 +200,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_APPLESS_MAIN(TestEventTemplate)
+QTEST_GUILESS_MAIN(TestEventTemplate)
 #include "tst_eventtemplate.moc"

@@ -126,5 +126,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_APPLESS_MAIN(TestUtf8Text)
+QTEST_GUILESS_MAIN(TestUtf8Text)
 #include "tst_utf8text.moc"
