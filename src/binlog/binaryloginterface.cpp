@@ -40,7 +40,8 @@ bool ensureDirectory(const QDir &dir)
 //! Whether it is a file, and not a pipe that would sooner or later block the writer.
 bool isRegular(const QFile &file)
 {
-    struct stat status {};
+    struct stat status {
+    };
     return fstat(file.handle(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
