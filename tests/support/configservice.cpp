@@ -5,6 +5,8 @@
 
 #include <QDBusConnection>
 
+#include <algorithm>
+
 namespace
 {
 
@@ -18,6 +20,11 @@ QDBusConnection ownConnection()
 }
 
 const char serviceName[] = "com.tovel.fwconfig";
+
+QString askedKey(const QDBusMessage &request)
+{
+    return request.arguments().constFirst().toString();
+}
 
 } // namespace
 
@@ -46,11 +53,26 @@ void ConfigService::behave(Manner newManner)
 void ConfigService::release()
 {
     for (const QDBusMessage &request : qAsConst(heldBack)) {
-        const QString key = request.arguments().constFirst().toString();
-        ownConnection().send(request.createReply(values.value(key)));
+        answer(request);
     }
     heldBack.clear();
     manner = Manner::Answers;
+}
+
+void ConfigService::release(const QString &key)
+{
+    const auto about = [&key](const QDBusMessage &request) { return askedKey(request) == key; };
+    const auto request = std::find_if(heldBack.cbegin(), heldBack.cend(), about);
+    if (request == heldBack.cend()) {
+        qFatal("nobody waits for %s", qPrintable(key));
+    }
+    answer(*request);
+    heldBack.removeAt(int(request - heldBack.cbegin()));
+}
+
+void ConfigService::answer(const QDBusMessage &request) const
+{
+    ownConnection().send(request.createReply(values.value(askedKey(request))));
 }
 
 void ConfigService::leaveTheBus()

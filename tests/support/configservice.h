@@ -34,6 +34,8 @@ public:
     void behave(Manner newManner);
     //! Gives the answers held back so far.
     void release();
+    //! Gives the one about a key, and keeps the others.
+    void release(const QString &key);
     //! Leaves the bus for good, as a service does that ends.
     void leaveTheBus();
 
@@ -46,6 +48,8 @@ public Q_SLOTS:
     void save();
 
 private:
+    void answer(const QDBusMessage &request) const;
+
     Manner manner = Manner::IsAbsent;
     QList<QDBusMessage> heldBack;
 };

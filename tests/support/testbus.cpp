@@ -5,12 +5,14 @@
 
 #include <QDBusPendingCallWatcher>
 #include <QEventLoop>
-#include <QFile>
+#include <QSaveFile>
 
 namespace
 {
 
 constexpr int startLimit = 10000; // milliseconds
+
+const QString fileName = "bus.conf"_s;
 
 const char configuration[] = R"(<busconfig>
   <type>system</type>
@@ -20,6 +22,7 @@ const char configuration[] = R"(<busconfig>
     <allow send_destination="*" eavesdrop="true"/>
     <allow eavesdrop="true"/>
     <allow own="*"/>
+    %2
   </policy>
 </busconfig>
 )";
@@ -28,17 +31,11 @@ const char configuration[] = R"(<busconfig>
 
 TestBus::TestBus()
 {
-    QFile file(folder.filePath("bus.conf"_s));
-    if (!file.open(QIODevice::WriteOnly)) {
-        qFatal("cannot write the configuration of the bus");
-    }
-    file.write(QString::fromLatin1(configuration).arg(folder.path()).toUtf8());
-    file.close();
-
+    writeConfiguration(QString());
     daemon.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    daemon.start(
-        "dbus-daemon"_s,
-        {"--nofork"_s, "--nosyslog"_s, "--print-address"_s, "--config-file="_s + file.fileName()});
+    daemon.start("dbus-daemon"_s,
+                 {"--nofork"_s, "--nosyslog"_s, "--print-address"_s,
+                  "--config-file="_s + folder.filePath(fileName)});
     if (!daemon.waitForReadyRead(startLimit)) {
         qFatal("dbus-daemon does not start");
     }
@@ -50,6 +47,32 @@ TestBus::~TestBus()
 {
     daemon.kill();
     daemon.waitForFinished();
+}
+
+void TestBus::writeConfiguration(const QString &rule)
+{
+    // At once: the bus may read it again whenever it changes.
+    QSaveFile file(folder.filePath(fileName));
+    if (!file.open(QIODevice::WriteOnly)
+        || file.write(QString::fromLatin1(configuration).arg(folder.path(), rule).toUtf8()) < 0
+        || !file.commit()) {
+        qFatal("cannot write the configuration of the bus");
+    }
+}
+
+void TestBus::refuse(const QString &method)
+{
+    const QString theBus = "org.freedesktop.DBus"_s;
+    writeConfiguration(
+        method.isEmpty() ? QString()
+                         : R"(<deny send_interface="%1" send_member="%2"/>)"_s.arg(theBus, method));
+    const QDBusMessage reply
+        = callAndServe(QDBusConnection::systemBus(),
+                       QDBusMessage::createMethodCall(theBus, "/org/freedesktop/DBus"_s, theBus,
+                                                      "ReloadConfig"_s));
+    if (reply.type() != QDBusMessage::ReplyMessage) {
+        qFatal("the bus does not take its new rules: %s", qPrintable(reply.errorMessage()));
+    }
 }
 
 QDBusMessage callAndServe(const QDBusConnection &connection, const QDBusMessage &message)

@@ -21,8 +21,15 @@ public:
     Q_DISABLE_COPY_MOVE(TestBus)
 
     [[nodiscard]] QString address() const { return busAddress; }
+    /*!
+     * From now on the bus answers a method of its own, such as AddMatch, with an error,
+     * whoever calls it. An empty name: none.
+     */
+    void refuse(const QString &method);
 
 private:
+    void writeConfiguration(const QString &rule);
+
     QTemporaryDir folder;
     QProcess daemon;
     QString busAddress;

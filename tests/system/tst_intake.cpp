@@ -7,10 +7,13 @@
 #include "support/recordbytes.h"
 #include "support/testbus.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusUnixFileDescriptor>
 #include <QDBusVariant>
 #include <QFileInfo>
+#include <QScopeGuard>
 #include <QTest>
 
 namespace
@@ -36,6 +39,17 @@ QByteArray firstValues()
     return fillers > 0 ? rest.mid(path, rest.size() - path - 3) : QByteArray("no records");
 }
 
+/*!
+ * Whether a message gets to the daemon and back through the bus, in the order of all others.
+ * The bus library answers this one itself, also while the daemon waits for something else.
+ */
+bool busReachesDaemon()
+{
+    const QDBusMessage ping = QDBusMessage::createMethodCall(
+        "com.tovel.systemeventlogger"_s, "/"_s, "org.freedesktop.DBus.Peer"_s, "Ping"_s);
+    return callAndServe(QDBusConnection::systemBus(), ping).type() == QDBusMessage::ReplyMessage;
+}
+
 QVariant wrap(const QVariant &value)
 {
     return QVariant::fromValue(QDBusVariant(value));
@@ -52,6 +66,8 @@ private Q_SLOTS:
     void cleanup();
     void subscriptionFollowsTheSwitches();
     void storedSwitchSubscribesAtStart();
+    void storedSwitchSubscribesBeforeTheOtherAnswers();
+    void refusedSubscriptionIsAskedForBySwitchingAnew();
     void nothingIsHeardWhileOff();
     void levelFilter_data();
     void levelFilter();
@@ -110,6 +126,51 @@ void IntakeTest::storedSwitchSubscribesAtStart()
     QVERIFY(device->start());
     QCOMPARE(device->outputLines("systemeventlogger:"_s),
              QStringList{"systemeventlogger: startet listening on dbus listening: true"_s});
+}
+
+void IntakeTest::storedSwitchSubscribesBeforeTheOtherAnswers()
+{
+    device->config.values = {{"SystemeventLogLocal"_s, "true"_s}, {"SystemeventLoglevel"_s, "4"_s}};
+    device->config.behave(ConfigService::Manner::IsSilent);
+    device->launch();
+    QTRY_COMPARE(device->config.calls.size(), 5);
+    device->config.release("SystemeventLogLocal"_s);
+    QTRY_COMPARE(device->outputLines("systemeventlogger:"_s),
+                 QStringList{"systemeventlogger: startet listening on dbus listening: true"_s});
+    QVERIFY(busReachesDaemon());                  // so it knows the match
+    device->change("/early"_s, 1003, {});         // error, level 3
+    device->change("/early"_s, 1002, {"kept"_s}); // info, level 6
+    QVERIFY(busReachesDaemon());                  // so both have arrived
+    device->config.release();
+    QTRY_VERIFY(device->isServing());
+    QVERIFY(device->fillBundle());
+    const QString json = device->json();
+    QCOMPARE(json.count("\"/early\""_s), 1);
+    QVERIFY2(json.startsWith("[{\"eventnr\":1,"_s) && json.contains("\"msg\":\"Message kept\""_s),
+             qPrintable(json));
+}
+
+// The binding does not wait for what the bus says to a subscription: the message claims
+// success, and only switching everything off and on asks again.
+void IntakeTest::refusedSubscriptionIsAskedForBySwitchingAnew()
+{
+    QVERIFY(device->start());
+    const auto allow = qScopeGuard([this] { bus.refuse({}); });
+    bus.refuse("AddMatch"_s);
+    QVERIFY(device->setProperty("logLocal"_s, true));
+    QCOMPARE(device->outputLines("systemeventlogger:"_s),
+             QStringList{"systemeventlogger: startet listening on dbus listening: true"_s});
+    bus.refuse({});
+    QVERIFY(device->setProperty("logNetwork"_s, true));
+    device->change("/deaf"_s, 1003, {});
+    device->settle();
+    QVERIFY(device->setProperty("logNetwork"_s, false));
+    QVERIFY(device->setProperty("logLocal"_s, false));
+    QVERIFY(device->setProperty("logLocal"_s, true));
+    device->change("/heard"_s, 1003, {});
+    QVERIFY(device->fillBundle());
+    QCOMPARE(device->json().count("\"/heard\""_s), 1);
+    QVERIFY(!device->json().contains("/deaf"_s));
 }
 
 void IntakeTest::nothingIsHeardWhileOff()
