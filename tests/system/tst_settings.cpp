@@ -8,6 +8,10 @@
 #include "support/testbus.h"
 
 #include <QDBusArgument>
+#include <QDBusObjectPath>
+#include <QDBusSignature>
+#include <QDBusUnixFileDescriptor>
+#include <QDBusVariant>
 #include <QFile>
 #include <QTest>
 
@@ -54,6 +58,16 @@ private Q_SLOTS:
     void vanishingServiceIsGivenUp();
     void propertyWrite_data();
     void propertyWrite();
+    void switchFromAnotherType_data();
+    void switchFromAnotherType();
+    void numberFromAnotherType_data();
+    void numberFromAnotherType();
+    void textFromAnotherType_data();
+    void textFromAnotherType();
+    void addressNotation_data();
+    void addressNotation();
+    void refusedType_data();
+    void refusedType();
     void loglevelWriteDeletesFiles();
     void writesWithoutServiceTakeEffect();
     void everythingSurvivesARestartButTheLanguage();
@@ -61,6 +75,8 @@ private Q_SLOTS:
 
 private:
     QVariantMap allValues();
+    void checkWrite(const QString &property, const QVariant &value, const QVariantMap &values,
+                    const QString &stored);
 
     TestBus bus;
     std::unique_ptr<Device> device;
@@ -213,6 +229,8 @@ void SettingsTest::propertyWrite_data()
                              << "SystemeventLogtail=7"_s;
     QTest::newRow("logtail 0 is stored but ignored")
         << "logtail"_s << QVariant(0) << defaults() << "SystemeventLogtail=0"_s;
+    QTest::newRow("an unchanged logtail is stored again")
+        << "logtail"_s << QVariant(10) << defaults() << "SystemeventLogtail=10"_s;
     QTest::newRow("loglevel changes logtail and is only stored")
         << "loglevel"_s << QVariant(5) << changed("logtail"_s, 5) << "SystemeventLoglevel=5"_s;
     QTest::newRow("loglevel below 1 changes nothing but is stored")
@@ -225,11 +243,193 @@ void SettingsTest::propertyWrite()
     QFETCH(QVariant, value);
     QFETCH(QVariantMap, values);
     QFETCH(QString, stored);
+    checkWrite(property, value, values, stored);
+}
+
+void SettingsTest::checkWrite(const QString &property, const QVariant &value,
+                              const QVariantMap &values, const QString &stored)
+{
     QVERIFY(device->start());
     device->config.calls.clear();
     QVERIFY(device->setProperty(property, value));
     QCOMPARE(allValues(), values);
     QTRY_COMPARE(device->config.calls, (QStringList{"set "_s + stored, "save"_s}));
+}
+
+// From here on: what docs/dbus.md says under "Values of another type".
+
+void SettingsTest::switchFromAnotherType_data()
+{
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<bool>("on");
+    QTest::newRow("i 0 is false") << QVariant(0) << false;
+    QTest::newRow("i 2 is true") << QVariant(2) << true;
+    QTest::newRow("i -1 is true") << QVariant(-1) << true;
+    QTest::newRow("t 0 is false") << QVariant(quint64(0)) << false;
+    QTest::newRow("x 2^32 is true") << QVariant(qint64(1) << 32) << true;
+    QTest::newRow("n 0 is false") << QVariant::fromValue(short(0)) << false;
+    QTest::newRow("q 1 is true") << QVariant::fromValue(ushort(1)) << true;
+    QTest::newRow("d 0 is false") << QVariant(0.0) << false;
+    QTest::newRow("d 0.5 is true") << QVariant(0.5) << true;
+    QTest::newRow("the text 0 is false") << QVariant("0"_s) << false;
+    QTest::newRow("the text False is false in any case") << QVariant("False"_s) << false;
+    QTest::newRow("the empty text is false") << QVariant(""_s) << false;
+    QTest::newRow("the text 1 is true") << QVariant("1"_s) << true;
+    QTest::newRow("the text off is true") << QVariant("off"_s) << true;
+    QTest::newRow("the text no is true") << QVariant("no"_s) << true;
+    QTest::newRow("the text 00 is true") << QVariant("00"_s) << true;
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0) // refusedType: before
+    QTest::newRow("y 0 is false") << QVariant::fromValue(uchar(0)) << false;
+    QTest::newRow("y 3 is true") << QVariant::fromValue(uchar(3)) << true;
+#endif
+    QTest::newRow("bytes are a text: false") << QVariant(QByteArray("false")) << false;
+    QTest::newRow("bytes are a text: true") << QVariant(QByteArray(1, '\0')) << true;
+}
+
+void SettingsTest::switchFromAnotherType()
+{
+    QFETCH(QVariant, value);
+    QFETCH(bool, on);
+    // It is the other way round before.
+    device->config.values.insert("SystemeventLogLocal"_s, on ? "false"_s : "true"_s);
+    const QString stored = on ? "SystemeventLogLocal=true"_s : "SystemeventLogLocal=false"_s;
+    checkWrite("logLocal"_s, value, changed("loglocal"_s, on), stored);
+}
+
+void SettingsTest::numberFromAnotherType_data()
+{
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<int>("number");
+    const quint64 beyond = (quint64(1) << 32) + 5;
+    QTest::newRow("b true is 1") << QVariant(true) << 1;
+    QTest::newRow("b false is 0") << QVariant(false) << 0;
+    QTest::newRow("y 5 is 5") << QVariant::fromValue(uchar(5)) << 5;
+    QTest::newRow("n 5 is 5") << QVariant::fromValue(short(5)) << 5;
+    QTest::newRow("q 65535 is 65535") << QVariant::fromValue(ushort(65535)) << 65535;
+    QTest::newRow("u 4294967295 is -1") << QVariant(4294967295U) << -1;
+    QTest::newRow("x keeps its low 32 bits") << QVariant(qint64(beyond)) << 5;
+    QTest::newRow("t keeps its low 32 bits") << QVariant(beyond) << 5;
+    QTest::newRow("x 2147483648 is negative") << QVariant(qint64(1) << 31) << -2147483647 - 1;
+    QTest::newRow("d is rounded down") << QVariant(3.4) << 3;
+    QTest::newRow("d is rounded up from one half on") << QVariant(3.5) << 4;
+    QTest::newRow("d keeps the low 32 bits") << QVariant(double(beyond)) << 5;
+    QTest::newRow("a text in decimal digits") << QVariant("7"_s) << 7;
+    QTest::newRow("a text with blanks around") << QVariant(" 7 "_s) << 7;
+    QTest::newRow("a text with a sign") << QVariant("+7"_s) << 7;
+    QTest::newRow("a text with leading zeros is decimal") << QVariant("010"_s) << 10;
+    QTest::newRow("a text keeps the low 32 bits") << QVariant(QString::number(beyond)) << 5;
+    QTest::newRow("bytes are a text") << QVariant(QByteArray("7")) << 7;
+}
+
+void SettingsTest::numberFromAnotherType()
+{
+    QFETCH(QVariant, value);
+    QFETCH(int, number);
+    checkWrite("logtail"_s, value, number < 1 ? defaults() : changed("logtail"_s, number),
+               "SystemeventLogtail=%1"_s.arg(number));
+}
+
+void SettingsTest::textFromAnotherType_data()
+{
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<QString>("language"); // any text is one
+    QTest::newRow("b true") << QVariant(true) << "true"_s;
+    QTest::newRow("i -5") << QVariant(-5) << "-5"_s;
+    QTest::newRow("n 5") << QVariant::fromValue(short(5)) << "5"_s;
+    QTest::newRow("t 18446744073709551615") << QVariant(~quint64(0)) << "18446744073709551615"_s;
+    QTest::newRow("d 1.50") << QVariant(1.50) << "1.5"_s;
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0) // refusedType: before
+    QTest::newRow("y 65 is a character") << QVariant::fromValue(uchar(65)) << "A"_s;
+#endif
+    QTest::newRow("bytes in UTF-8") << QVariant(QByteArray("d\xC3\xA9")) << "d\u00E9"_s;
+    QTest::newRow("an array of one text") << QVariant(QStringList{"de"_s}) << "de"_s;
+}
+
+void SettingsTest::textFromAnotherType()
+{
+    QFETCH(QVariant, value);
+    QFETCH(QString, language);
+    checkWrite("logNetworkLang"_s, value, changed("loglang"_s, language), "="_s);
+}
+
+void SettingsTest::addressNotation_data()
+{
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<QString>("address");
+    QTest::newRow("two numbers") << QVariant("10.1"_s) << "10.0.0.1"_s;
+    QTest::newRow("three numbers") << QVariant("10.1.2"_s) << "10.1.0.2"_s;
+    QTest::newRow("one number") << QVariant("2130706433"_s) << "127.0.0.1"_s;
+    QTest::newRow("the last number fills the rest") << QVariant("10.258"_s) << "10.0.1.2"_s;
+    QTest::newRow("octal") << QVariant("010.0.0.1"_s) << "8.0.0.1"_s;
+    QTest::newRow("hexadecimal") << QVariant("0x7f.0.0.1"_s) << "127.0.0.1"_s;
+    QTest::newRow("blanks around it") << QVariant(" 192.0.2.1 "_s) << "192.0.2.1"_s;
+    QTest::newRow("an interface behind it") << QVariant("fe80::1%eth0"_s) << "fe80::1%eth0"_s;
+    QTest::newRow("no octal digit, no address") << QVariant("10.0.0.08"_s) << QString();
+    QTest::newRow("beyond 255, no address") << QVariant("10.0.0.256"_s) << QString();
+    QTest::newRow("with a port, no address") << QVariant("192.0.2.1:514"_s) << QString();
+    QTest::newRow("in brackets, no address") << QVariant("[::1]"_s) << QString();
+    QTest::newRow("i 5 is read as its text") << QVariant(5) << "0.0.0.5"_s;
+    QTest::newRow("d 10.25 is read as its text") << QVariant(10.25) << "10.0.0.25"_s;
+    QTest::newRow("b true is no address") << QVariant(true) << QString();
+}
+
+void SettingsTest::addressNotation()
+{
+    QFETCH(QVariant, value);
+    QFETCH(QString, address);
+    device->config.values.insert("SystemeventLogNetworkaddress"_s, "192.0.2.9"_s);
+    checkWrite("logNetworkAddress"_s, value, changed("lognetworkaddress"_s, address),
+               "SystemeventLogNetworkaddress="_s + address);
+}
+
+void SettingsTest::refusedType_data()
+{
+    QTest::addColumn<QString>("property");
+    QTest::addColumn<QVariant>("value");
+    const auto rows = [](const char *name, const QVariant &value, const QStringList &properties) {
+        for (const QString &property : properties) {
+            QTest::addRow("%s for %s", name, qPrintable(property)) << property << value;
+        }
+    };
+    const QStringList all{"logLocal"_s, "logtail"_s, "logNetworkAddress"_s};
+    const QStringList number{"logtail"_s};
+    QDBusArgument structure;
+    structure.beginStructure();
+    structure << 1 << "10.0.0.1"_s;
+    structure.endStructure();
+    rows("an empty text", ""_s, number);
+    rows("a text that is no number", "7x"_s, number);
+    rows("a text with a fraction", "7.0"_s, number);
+    rows("a text in hexadecimal", "0x7"_s, number);
+    rows("empty bytes", QByteArray(), number);
+    rows("two texts", QStringList{"10.0.0.1"_s, "10.0.0.2"_s}, all);
+    rows("no text in an array", QStringList(), all);
+    rows("one text in an array", QStringList{"1"_s}, {"logLocal"_s, "logtail"_s});
+    rows("an object path", QVariant::fromValue(QDBusObjectPath("/a"_s)), all);
+    rows("a signature", QVariant::fromValue(QDBusSignature("i"_s)), all);
+    rows("a descriptor", QVariant::fromValue(QDBusUnixFileDescriptor(0)), all);
+    rows("a variant in the variant", QVariant::fromValue(QDBusVariant(1)), all);
+    rows("an array of variants", QVariantList{1}, all);
+    rows("an array of numbers", QVariant::fromValue(QList<int>{1}), all);
+    rows("a structure", QVariant::fromValue(structure), all);
+    rows("a dictionary", QVariantMap{{"a"_s, 1}}, all);
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    rows("a byte", QVariant::fromValue(uchar(1)), {"logLocal"_s, "logNetworkAddress"_s});
+#endif
+}
+
+void SettingsTest::refusedType()
+{
+    QFETCH(QString, property);
+    QFETCH(QVariant, value);
+    device->config.values.insert("SystemeventLogNetworkaddress"_s, "192.0.2.9"_s);
+    QVERIFY(device->start());
+    device->config.calls.clear();
+    QVERIFY(!device->setProperty(property, value));
+    QCOMPARE(allValues(), changed("lognetworkaddress"_s, "192.0.2.9"_s));
+    QVERIFY(device->setProperty("logtail"_s, 9)); // would be stored after it
+    QTRY_COMPARE(device->config.calls.count("save"_s), 1);
+    QCOMPARE(device->config.calls.constFirst(), "set SystemeventLogtail=9"_s);
 }
 
 void SettingsTest::loglevelWriteDeletesFiles()
