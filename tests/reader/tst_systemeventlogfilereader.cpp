@@ -18,9 +18,13 @@
 #include <QTest>
 #include <QtEndian>
 
+#include <array>
 #include <cmath>
 #include <limits>
 #include <memory>
+
+#include <fcntl.h>
+#include <sys/stat.h>
 
 namespace
 {
@@ -60,6 +64,40 @@ private:
     QtMessageHandler previous;
 };
 
+//! Sets when a file, or a link itself, was modified.
+void setModified(const QString &path, timespec time, int flags = 0)
+{
+    const std::array<timespec, 2> times{time, time};
+    if (utimensat(AT_FDCWD, QFile::encodeName(path).constData(), times.data(), flags) != 0) {
+        qFatal("cannot set the time of %s", qPrintable(path));
+    }
+}
+
+//! Makes something, last modified long ago; next to it stands what it links to.
+void makeEntry(const QString &path, const QString &kind)
+{
+    const bool isLink = kind.contains("link"_s);
+    const QString place = isLink ? path.section(QLatin1Char('/'), 0, -2) + "/target"_s : path;
+    const QByteArray name = QFile::encodeName(place);
+    bool made = true;
+    if (kind.endsWith("pipe"_s)) {
+        made = mkfifo(name.constData(), 0600) == 0;
+    } else if (kind.endsWith("folder"_s)) {
+        made = QDir().mkdir(place);
+    } else if (kind == "file"_s) {
+        made = QFile(place).open(QIODevice::WriteOnly);
+    }
+    if (made && isLink) {
+        made = QFile::link(kind.startsWith("circular"_s) ? path : place, path);
+    }
+    if (!made) {
+        qFatal("cannot make %s", qPrintable(path));
+    }
+    if (QFile::exists(place)) {
+        setModified(place, {1000, 0});
+    }
+}
+
 } // namespace
 
 class SystemeventLogfileReaderTest : public QObject
@@ -83,6 +121,12 @@ private Q_SLOTS:
     void fileNumbers_data();
     void fileNumbers();
     void sameFileNumberTheLaterListedWins();
+    void orderOfFiles_data();
+    void orderOfFiles();
+    void linkCountsByItsTarget_data();
+    void linkCountsByItsTarget();
+    void numberIsTaken_data();
+    void numberIsTaken();
     void sameLogNumberTheLaterListedWins();
     void sameLogNumbersThroughoutTheLaterListedWins();
     void foldersAreSkipped();
@@ -308,6 +352,7 @@ void SystemeventLogfileReaderTest::fileNumbers_data()
     QTest::newRow("zib0.log is number 0") << "zib0.log"_s << true << true;
     QTest::newRow("zib17.log is number 17") << "zib17.log"_s << true << false;
     QTest::newRow("zib0x.log counts as number 0") << "zib0x.log"_s << true << true;
+    QTest::newRow("zib1x.log counts as number 0") << "zib1x.log"_s << true << true;
     QTest::newRow("zib00.log is number 0") << "zib00.log"_s << true << true;
     QTest::newRow("the first dot ends the number") << "zib0.1.log"_s << true << true;
     QTest::newRow("no suffix is needed") << "zib3"_s << true << false;
@@ -344,6 +389,110 @@ void SystemeventLogfileReaderTest::sameFileNumberTheLaterListedWins()
     QCOMPARE(reader->getMaxLogNr(), quint64(2));
     QVERIFY(reader->jsonEntry(2, "en"_s).startsWith("{\"eventnr\":2,"_s));
     QVERIFY(reader->jsonEntry(1, "en"_s).startsWith("{\"eventnr\":2,"_s));
+}
+
+// The one listed last is what number 0 leads to, and its records count last.
+void SystemeventLogfileReaderTest::orderOfFiles_data()
+{
+    constexpr long millisecond = 1000000; // in nanoseconds
+    QTest::addColumn<long>("current");    // nanoseconds of zib0.log in the second of both
+    QTest::addColumn<long>("other");      // of zib0x.log
+    QTest::addColumn<bool>("currentIsLast");
+    QTest::newRow("a millisecond older is last") << 500 * millisecond << 501 * millisecond << true;
+    QTest::newRow("a millisecond newer is first")
+        << 501 * millisecond << 500 * millisecond << false;
+    QTest::newRow("equal ones are listed by name")
+        << 500 * millisecond << 500 * millisecond << false;
+    QTest::newRow("less than a millisecond is equal")
+        << 500 * millisecond << 501 * millisecond - 1 << false;
+}
+
+void SystemeventLogfileReaderTest::orderOfFiles()
+{
+    QFETCH(long, current);
+    QFETCH(long, other);
+    QFETCH(bool, currentIsLast);
+    RecordBytes::Fields fields;
+    fields.seconds = 111;
+    logs->put("zib0.log"_s, record(fields));
+    fields.seconds = 222;
+    logs->put("zib0x.log"_s, record(fields));
+    constexpr time_t second = 1700000000;
+    setModified(logs->path("zib0.log"_s), {second, current});
+    setModified(logs->path("zib0x.log"_s), {second, other});
+    const QString shown = makeReader()->jsonEntry(1, "en"_s);
+    QVERIFY2(shown.contains(currentIsLast ? "\"secs\":\"111."_s : "\"secs\":\"222."_s),
+             qPrintable(shown));
+}
+
+void SystemeventLogfileReaderTest::linkCountsByItsTarget_data()
+{
+    QTest::addColumn<time_t>("target"); // zib0.log is of second 1500
+    QTest::addColumn<time_t>("link");
+    QTest::addColumn<bool>("linkIsLast");
+    QTest::newRow("a new link to an older file") << time_t(1000) << time_t(2000) << true;
+    QTest::newRow("an old link to a newer file") << time_t(2000) << time_t(1000) << false;
+}
+
+void SystemeventLogfileReaderTest::linkCountsByItsTarget()
+{
+    QFETCH(time_t, target);
+    QFETCH(time_t, link);
+    QFETCH(bool, linkIsLast);
+    RecordBytes::Fields fields;
+    fields.seconds = 111;
+    logs->put("zib0.log"_s, record(fields));
+    setModified(logs->path("zib0.log"_s), {1500, 0});
+    fields.seconds = 222;
+    logs->put("elsewhere"_s, record(fields));
+    setModified(logs->path("elsewhere"_s), {target, 0});
+    QVERIFY(QFile::link("elsewhere"_s, logs->path("zib0x.log"_s)));
+    setModified(logs->path("zib0x.log"_s), {link, 0}, AT_SYMLINK_NOFOLLOW);
+    const QString shown = makeReader()->jsonEntry(1, "en"_s);
+    QVERIFY2(shown.contains(linkIsLast ? "\"secs\":\"222."_s : "\"secs\":\"111."_s),
+             qPrintable(shown));
+}
+
+void SystemeventLogfileReaderTest::numberIsTaken_data()
+{
+    QTest::addColumn<QString>("kind"); // what has the name zib0x.log and is listed last, if at all
+    QTest::addColumn<bool>("taken");
+    QTest::newRow("nothing") << QString() << false;
+    QTest::newRow("a dangling link takes none") << "dangling link"_s << false;
+    QTest::newRow("a link to itself takes none") << "circular link"_s << false;
+    QTest::newRow("a pipe takes none") << "pipe"_s << false;
+    QTest::newRow("a folder takes it") << "folder"_s << true;
+    QTest::newRow("a link to a folder takes it") << "link to a folder"_s << true;
+    QTest::newRow("a link to a pipe takes it") << "link to a pipe"_s << true;
+    QTest::newRow("an empty file takes it") << "file"_s << true;
+}
+
+void SystemeventLogfileReaderTest::numberIsTaken()
+{
+    QFETCH(QString, kind);
+    QFETCH(bool, taken);
+    logs->put(0, record(1));
+    logs->put(1, record(2));
+    makeEntry(logs->path("zib0x.log"_s), kind);
+    const auto reader = makeReader();
+    // The records of zib0.log are counted, but looked for in what took its number.
+    QCOMPARE(reader->getMinLogNr(), quint64(1));
+    QCOMPARE(reader->getMaxLogNr(), quint64(2));
+    QVERIFY(reader->jsonEntry(2, "en"_s).startsWith("{\"eventnr\":2,"_s));
+    const QString shown = reader->jsonEntry(1, "en"_s);
+    if (taken) {
+        QCOMPARE(shown,
+                 R"({"eventnr":0,"secs":"0.0","eventtype":0,"error":"Lookup of typeid 0 )"
+                 R"(failed."})"_s);
+    } else {
+        QVERIFY2(shown.startsWith("{\"eventnr\":1,"_s), qPrintable(shown));
+    }
+    // New records of zib0.log are found only while the number is its own.
+    logs->append(0, record(3));
+    reader->logfileChanged();
+    QCOMPARE(reader->getMaxLogNr(), quint64(taken ? 2 : 3));
+    reader->logfilesRotated();
+    QCOMPARE(reader->getMaxLogNr(), quint64(3));
 }
 
 void SystemeventLogfileReaderTest::sameLogNumberTheLaterListedWins()
