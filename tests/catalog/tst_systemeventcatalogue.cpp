@@ -54,6 +54,7 @@ private Q_SLOTS:
     void toleratedDocument();
     void declaredEncoding_data();
     void declaredEncoding();
+    void unknownEncodingLoadsNothing();
     void explodingEntityIsNotExpanded();
 
     void elementWithoutRecordIsIgnored_data();
@@ -591,6 +592,14 @@ void SystemeventCatalogueTest::declaredEncoding()
     QFETCH(QByteArray, xml);
 
     QCOMPARE(loaded(xml).events.value(1).description("de"_s), "Tür auf"_s);
+}
+
+void SystemeventCatalogueTest::unknownEncodingLoadsNothing()
+{
+    SystemeventCatalogue catalogue;
+    QVERIFY(loadInto(catalogue, R"(<?xml version="1.0" encoding="unknown-1"?>
+        <x><event id="1" name="one"/></x>)"));
+    QVERIFY(catalogue.events.isEmpty());
 }
 
 void SystemeventCatalogueTest::explodingEntityIsNotExpanded()

@@ -9,6 +9,7 @@
 #include <QDBusVariant>
 #include <QHostAddress>
 #include <QRegularExpression>
+#include <QSysInfo>
 #include <QTest>
 #include <QUdpSocket>
 
@@ -16,6 +17,41 @@ namespace
 {
 
 constexpr quint16 syslogPort = 514;
+
+QByteArray inWindows1252(const QString &text)
+{
+    QByteArray bytes;
+    for (const QChar character : text) {
+        switch (character.unicode()) {
+        case 0x20AC:
+            bytes += '\x80';
+            break;
+        case 0x201E:
+            bytes += '\x84';
+            break;
+        case 0x201C:
+            bytes += '\x93';
+            break;
+        default:
+            bytes += character.toLatin1();
+        }
+    }
+    return bytes;
+}
+
+//! With a byte-order mark in front.
+QByteArray inUtf16(const QString &text, QSysInfo::Endian order)
+{
+    QByteArray bytes;
+    const QString marked = QChar(QChar::ByteOrderMark) + text;
+    for (const QChar unit : marked) {
+        const char low = char(unit.unicode() & 0xFF);
+        const char high = char(unit.unicode() >> 8);
+        bytes += order == QSysInfo::LittleEndian ? low : high;
+        bytes += order == QSysInfo::LittleEndian ? high : low;
+    }
+    return bytes;
+}
 
 class Receiver
 {
@@ -58,6 +94,8 @@ private Q_SLOTS:
     void languageIsTheSetting();
     void protocolMayChangeAtRunTime();
     void bothOutputs();
+    void encodingOfTheCatalogue_data();
+    void encodingOfTheCatalogue();
     void explodingValuesAreSurvived();
 
 private:
@@ -165,6 +203,52 @@ void DatagramsTest::bothOutputs()
     QCOMPARE(after(1002, {"both"_s}, receiver).size(), 1);
     QVERIFY(device->fillBundle());
     QVERIFY(device->json().contains("\"msg\":\"Message both\""_s));
+}
+
+void DatagramsTest::encodingOfTheCatalogue_data()
+{
+    const auto xml = [](const QString &declaration, const QString &text) {
+        return declaration + R"(<x><event id="1002"><description lang="en">)"_s + text
+            + R"(</description><argument type="string" name="value"/></event></x>)"_s;
+    };
+    const auto declared = [](const QString &encoding) {
+        return R"(<?xml version="1.0" encoding="%1"?>)"_s.arg(encoding);
+    };
+    // Each has characters that another encoding would read as others.
+    const QString text = "T\u00FCr %1 zu, \u00D7"_s;
+    const QString euro = "T\u00FCr %1 zu, \u20AC \u201Ehier\u201C"_s;
+    QTest::addColumn<QByteArray>("catalogue");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("UTF-8 without a declaration") << xml({}, euro).toUtf8() << euro;
+    QTest::newRow("UTF-8") << xml(declared("UTF-8"_s), euro).toUtf8() << euro;
+    QTest::newRow("ISO-8859-1") << xml(declared("ISO-8859-1"_s), text).toLatin1() << text;
+    QTest::newRow("windows-1252") << inWindows1252(xml(declared("windows-1252"_s), euro)) << euro;
+    const QString utf16 = xml(declared("UTF-16"_s), euro);
+    QTest::newRow("UTF-16, little-endian") << inUtf16(utf16, QSysInfo::LittleEndian) << euro;
+    QTest::newRow("UTF-16, big-endian") << inUtf16(utf16, QSysInfo::BigEndian) << euro;
+    QTest::newRow("UTF-16 without a declaration")
+        << inUtf16(xml({}, euro), QSysInfo::LittleEndian) << euro;
+    QTest::newRow("UTF-16, big-endian, without a declaration")
+        << inUtf16(xml({}, euro), QSysInfo::BigEndian) << euro;
+}
+
+void DatagramsTest::encodingOfTheCatalogue()
+{
+    QFETCH(QByteArray, catalogue);
+    QFETCH(QString, text);
+    Receiver receiver("127.0.0.1"_s);
+    QVERIFY(device->setProperty("logNetworkAddress"_s, "127.0.0.1"_s));
+    QVERIFY(device->setProperty("logLocal"_s, true));
+    QTRY_COMPARE(device->config.calls.count("save"_s), 3); // with the one of init()
+    device->stop();
+    Device::writeCatalogue(catalogue);
+    QVERIFY(device->start());
+    const QString message = text.arg("\u00E4"_s);
+    const QByteArray datagram = after(1002, {"\u00E4"_s}, receiver).value(0);
+    QVERIFY2(datagram.endsWith("] " + message.toUtf8()), datagram.constData());
+    QVERIFY(device->fillBundle());
+    const QString json = device->json();
+    QVERIFY2(json.contains("\"msg\":\""_s + message + "\"}"_s), qPrintable(json));
 }
 
 void DatagramsTest::explodingValuesAreSurvived()
