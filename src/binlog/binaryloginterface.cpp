@@ -219,8 +219,9 @@ bool BinaryLogInterface::cutOffTornRecord()
     if (tornAt < 0) {
         return true;
     }
-    const bool isTorn = currentFile->size() != tornAt; // not where nothing at all was written
-    if ((isTorn && !currentFile->resize(tornAt)) || !currentFile->seek(tornAt)) {
+    // Only ever cut: somebody may have emptied the file, and resizing would fill it with zeros.
+    const bool isTorn = currentFile->size() > tornAt; // not where nothing at all was written
+    if ((isTorn && !currentFile->resize(tornAt)) || !currentFile->seek(currentFile->size())) {
         return false;
     }
     tornAt = -1;
@@ -297,9 +298,6 @@ bool BinaryLogInterface::openCurrentFile()
     }
     currentFile = std::move(file);
     device = currentFile.get();
-    if (currentFile->size() <= tornAt) {
-        tornAt = -1; // a new file, without the torn record
-    }
     return true;
 }
 

@@ -107,6 +107,8 @@ private Q_SLOTS:
     void emptyBundleEndsNoOutage();
     void bundleThatIsNotSyncedIsReported();
     void tornRecordIsCutOffBeforeAnythingElse();
+    void fileShorterThanItsTearIsNotLengthened_data();
+    void fileShorterThanItsTearIsNotLengthened();
     void deletedDirectoryIsMadeAgain();
     void directoryThatCannotBeMadeAgainIsAnOutage();
     void pipeInPlaceOfTheFileIsAnOutage();
@@ -252,6 +254,44 @@ void OutageTest::tornRecordIsCutOffBeforeAnythingElse()
     QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 4");
     store(1);
     QCOMPARE(numbers(), (QList<quint64>{1, 2, 3, 8}));
+}
+
+void OutageTest::fileShorterThanItsTearIsNotLengthened_data()
+{
+    QTest::addColumn<qint64>("size");
+    QTest::addColumn<bool>("cutFails");
+    QTest::addColumn<QList<quint64>>("stored");
+    using Numbers = QList<quint64>;
+    QTest::newRow("one that was emptied begins anew") << qint64(0) << false << Numbers{7};
+    QTest::newRow("one that lost a record goes on behind the others")
+        << 2 * recordSize << false << Numbers{1, 2, 7};
+    QTest::newRow("one that lost the torn one alone goes on where it was")
+        << 3 * recordSize << false << Numbers{1, 2, 3, 7};
+    QTest::newRow("there is nothing left to cut, so that a failing cut does not matter")
+        << qint64(0) << true << Numbers{7};
+}
+
+void OutageTest::fileShorterThanItsTearIsNotLengthened()
+{
+    QFETCH(qint64, size);
+    QFETCH(bool, cutFails);
+    QFETCH(QList<quint64>, stored);
+    store(3);
+    faults.space = 50;
+    faults.truncateFails = true;
+    QTest::ignoreMessage(QtWarningMsg, "The log cannot be stored: No space left on device");
+    store(3);
+    faults = {};
+    QCOMPARE(content().size(), 149);
+    QVERIFY(QFile::resize(folder->filePath("log/zib0.log"_s), size)); // by somebody else
+
+    faults.truncateFails = cutFails;
+    QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 3");
+    const QSignalSpy rotated(log.get(), &BinaryLogInterface::logsRotated);
+    store(1);
+    QCOMPARE(numbers(), stored);
+    QCOMPARE(content().size(), stored.size() * recordSize);
+    QCOMPARE(rotated.count(), 1);
 }
 
 void OutageTest::deletedDirectoryIsMadeAgain()

@@ -54,6 +54,7 @@ private Q_SLOTS:
     void tornPartOutlivesAClearingThatFails_data();
     void tornPartOutlivesAClearingThatFails();
     void clearingTakesTheTornPartAlong();
+    void emptiedTornFileBeginsAnew();
     void deletedFolderIsMadeAnew();
     void folderCannotBeMadeForAWhile_data();
     void folderCannotBeMadeForAWhile();
@@ -284,6 +285,25 @@ void FailingDiskTest::clearingTakesTheTornPartAlong()
     QCOMPARE(stored.damage, QString());
     QCOMPARE(stored.numbers.constFirst(), clearedAt + 1);
     QCOMPARE(device->result("getMinLogNr"_s).toULongLong(), clearedAt + 1);
+    QCOMPARE(device->result("getMaxLogNr"_s).toULongLong(), source.sent());
+}
+
+void FailingDiskTest::emptiedTornFileBeginsAnew()
+{
+    EventSource source(*device);
+    startWithSomeRecords(source);
+    disk->truncateError = EIO;
+    disk->space = 1000;
+    source.send(200);
+    QVERIFY(QFile::resize(Device::logPath(0), 0)); // by somebody else, where it works
+    const quint64 emptiedAt = source.sent();
+    disk->space = -1;
+    disk->truncateError = 0;
+    QVERIFY(source.sendUntilReported());
+    const StoredEvents stored = storedEvents();
+    QCOMPARE(stored.damage, QString());
+    QVERIFY(stored.numbers.constFirst() > emptiedAt - 50); // those in memory were not lost
+    QCOMPARE(device->result("getMinLogNr"_s).toULongLong(), stored.numbers.constFirst());
     QCOMPARE(device->result("getMaxLogNr"_s).toULongLong(), source.sent());
 }
 
