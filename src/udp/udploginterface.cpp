@@ -18,6 +18,8 @@ constexpr qint64 facilityDaemon = 24; // "system daemons" times 8, RFC 5424
 // Kept: RFC 5424 has no blank after the priority; receivers in the field expect it.
 constexpr const char *afterPriority = "> 1 ";
 
+constexpr size_t largestDatagram = 65507; // in bytes, over IPv4
+
 constexpr const char *byteOrderMark = "\xEF\xBB\xBF"; // announces a message in UTF-8
 
 } // namespace
@@ -60,6 +62,9 @@ void UdpLogInterface::logEvent(int id, const QList<QVariant> &args)
     appendLiveEvent(datagram, event->description(language), args);
     socket->writeDatagram(datagram.data(), qint64(datagram.size()), address, port);
     datagram.clear();
+    if (datagram.capacity() > largestDatagram) {
+        datagram.shrink_to_fit(); // what was too large to be sent would stay for good
+    }
 }
 
 void UdpLogInterface::writeHeader(int id, const SystemeventDescription &event, const QVariant &path)

@@ -207,6 +207,8 @@ private Q_SLOTS:
     void largeDescription();
     void largeDescriptionsFillAnAnswer();
     void largeDescriptionIsNoDatagram();
+    void memoryOfALargeValueComesBack_data();
+    void memoryOfALargeValueComesBack();
 
 private:
     [[nodiscard]] QString json(quint64 start, quint64 end, const QString &lang = "en"_s)
@@ -470,6 +472,46 @@ void LimitsTest::largeDescriptionIsNoDatagram()
     const QString first = json(1, 1);
     QVERIFY(first.endsWith("xab\"}]"_s) && first.size() > megabyte);
     QVERIFY(json(2, 2).endsWith("xab\"}]"_s));
+}
+
+void LimitsTest::memoryOfALargeValueComesBack_data()
+{
+    QTest::addColumn<bool>("stored");
+    QTest::addColumn<bool>("forwarded");
+    QTest::newRow("where it is stored") << true << false;
+    QTest::newRow("where it is forwarded") << false << true;
+    QTest::newRow("where it is both") << true << true;
+}
+
+void LimitsTest::memoryOfALargeValueComesBack()
+{
+    QFETCH(bool, stored);
+    QFETCH(bool, forwarded);
+    constexpr qint64 little = 1024; // KiB, beside those of the value
+    device->config.values.insert("SystemeventLogLocal"_s, stored ? "true"_s : "false"_s);
+    device->config.values.insert("SystemeventLogNetwork"_s, forwarded ? "true"_s : "false"_s);
+    device->config.values.insert("SystemeventLogNetworkaddress"_s, "127.0.0.1"_s);
+    QVERIFY(device->start());
+    const auto send = [this](int size) {
+        device->change("/x"_s, 1002, {QString(size, QLatin1Char('x'))});
+        device->change("/x"_s, 1002, {"an ordinary one behind it"_s});
+        device->settle();
+    };
+    send(middleSize); // whatever does not depend on the size is there now
+    const qint64 before = memory(*device, "VmRSS");
+    send(3 * megabyte);
+    const qint64 most = memory(*device, "VmHWM");
+    const qint64 after = [&] {
+        qint64 now = 0;
+        (void)QTest::qWaitFor([&] { return (now = memory(*device, "VmRSS")) < before + little; },
+                              busPatience);
+        return now;
+    }();
+    qInfo("a value of 3 MiB: %lld KiB before, %lld at most, %lld afterwards", before, most, after);
+#ifndef __SANITIZE_ADDRESS__ // which keeps freed memory for a while
+    QVERIFY(before > 0 && most > before + 3 * little);
+    QVERIFY2(after < before + little, "the memory of a large value stays");
+#endif
 }
 
 QTEST_GUILESS_MAIN(LimitsTest)
