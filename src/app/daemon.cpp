@@ -12,6 +12,7 @@
 #include <QCoreApplication>
 #include <QDBusConnection>
 
+#include <cstdlib>
 #include <memory>
 
 #include <malloc.h>
@@ -78,6 +79,9 @@ int runDaemon(QCoreApplication &application)
     logManager.DataNode::dbusRegister();
 
     const int result = QCoreApplication::exec();
+    if (result == EXIT_FAILURE) { // by BusLoss; all that was received before it is handled
+        logManager.writeQueued();
+    }
     version.reset();
     return result;
 }

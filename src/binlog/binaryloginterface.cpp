@@ -197,6 +197,13 @@ void BinaryLogInterface::writeBundle()
     }
 }
 
+void BinaryLogInterface::writeQueued()
+{
+    if (!bundle.isEmpty()) {
+        writeBundle();
+    }
+}
+
 bool BinaryLogInterface::appendBundle()
 {
     const qint64 begin = currentFile->size();

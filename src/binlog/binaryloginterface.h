@@ -52,6 +52,8 @@ public:
     void logEvent(int id, const QList<QVariant> &args) override;
     //! Writes what is queued, even nothing, and rotates where the file is full.
     void writeBundle();
+    //! Writes what is queued; where nothing is, the file is left alone and no signal comes.
+    void writeQueued();
     //! Deletes all files up to index logtail, drops queued records, starts an empty current file.
     void clearLogfiles();
 

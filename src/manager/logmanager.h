@@ -70,6 +70,9 @@ public:
     int getMinLogNrProperty() { return int(reader.getMinLogNr()); }
     int getMaxLogNrProperty() { return int(reader.getMaxLogNr()); }
 
+    //! Stores the records that wait in memory, for an end of the process that nobody asked for.
+    void writeQueued() { binaryLog.writeQueued(); }
+
 public Q_SLOTS: // the methods on the bus
     void clearLogfiles();
     /*!

@@ -137,6 +137,7 @@ private Q_SLOTS:
     void everyBundleIsOneWriteForcedToStorage();
     void timerWritesTheBundleAndStops();
     void writingAnEmptyBundleStillTells();
+    void writingWhatIsQueuedWritesNoEmptyBundle();
     void withoutDeviceNothingHappens();
     void destructionDropsTheBundle();
 
@@ -417,6 +418,22 @@ void BinaryLogInterfaceTest::writingAnEmptyBundleStillTells()
     log->writeBundle();
     QCOMPARE(written.count(), 1);
     QCOMPARE(content(0).size(), 0);
+}
+
+void BinaryLogInterfaceTest::writingWhatIsQueuedWritesNoEmptyBundle()
+{
+    const auto log = makeLog();
+    const QSignalSpy written(log.get(), &BinaryLogInterface::bundleWritten);
+    syncedSizes.clear();
+    log->writeQueued();
+    QCOMPARE(written.count(), 0);
+    QCOMPARE(syncedSizes, QList<qint64>());
+    logSmall(*log, 2);
+    log->writeQueued();
+    log->writeQueued();
+    QCOMPARE(written.count(), 1);
+    QCOMPARE(syncedSizes, QList<qint64>{66});
+    QCOMPARE(content(0).size(), 66);
 }
 
 void BinaryLogInterfaceTest::withoutDeviceNothingHappens()

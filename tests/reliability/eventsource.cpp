@@ -99,6 +99,13 @@ void EventSource::send(quint64 events)
     }
 }
 
+void EventSource::sendAtOnce(quint64 events)
+{
+    for (quint64 i = 0; i < events; ++i) {
+        sendOne();
+    }
+}
+
 bool EventSource::sendUntilReported()
 {
     const auto before = storageReports(device).size();

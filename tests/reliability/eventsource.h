@@ -21,6 +21,8 @@ public:
 
     //! Sends events, and has the daemon answer again and again meanwhile.
     void send(quint64 events);
+    //! Sends events and waits for nothing.
+    void sendAtOnce(quint64 events);
     //! Sends events until the daemon says once more that storage has failed or recovered.
     [[nodiscard]] bool sendUntilReported();
     //! Sends events until a bundle has been written: the last one is in the file then.
