@@ -8,6 +8,7 @@
 #include "support/recordbytes.h"
 #include "support/workedrecord.h"
 
+#include <QAbstractEventDispatcher>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -166,6 +167,7 @@ private Q_SLOTS:
     void setLogtail();
     void astronomicalLogtailReturnsAtOnce();
     void clearing();
+    void clearingLeavesTheFlushTimerRunning();
 
     void missingDirectoryIsCreated();
     void fatalMessages_data();
@@ -801,6 +803,30 @@ void BinaryLogInterfaceTest::clearing()
     log->writeBundle();
     QCOMPARE(content(0).size(), 33); // the queued ones are gone
     QCOMPARE(content(0).left(8), RecordBytes::number(101, 8));
+}
+
+void BinaryLogInterfaceTest::clearingLeavesTheFlushTimerRunning()
+{
+    const auto log = makeLog();
+    const auto timers = [&log] {
+        QList<int> ids;
+        const auto running = QAbstractEventDispatcher::instance()->registeredTimers(log.get());
+        for (const QAbstractEventDispatcher::TimerInfo &timer : running) {
+            ids.append(timer.timerId);
+        }
+        return ids;
+    };
+    QCOMPARE(timers(), QList<int>());
+    logSmall(*log, 1);
+    const QList<int> armed = timers();
+    QCOMPARE(armed.size(), 1);
+    log->clearLogfiles();
+    QCOMPARE(timers(), armed);
+    logSmall(*log, 1); // does not arm another one
+    QCOMPARE(timers(), armed);
+    fireTimer(*log);
+    QCOMPARE(timers(), QList<int>());
+    QCOMPARE(content(0).size(), 33);
 }
 
 void BinaryLogInterfaceTest::missingDirectoryIsCreated()
