@@ -4,19 +4,16 @@
 
 #include "support/device.h"
 #include "support/literals.h"
+#include "support/receiver.h"
 #include "support/testbus.h"
 
 #include <QDBusVariant>
-#include <QHostAddress>
 #include <QRegularExpression>
 #include <QSysInfo>
 #include <QTest>
-#include <QUdpSocket>
 
 namespace
 {
-
-constexpr quint16 syslogPort = 514;
 
 QByteArray inWindows1252(const QString &text)
 {
@@ -53,32 +50,6 @@ QByteArray inUtf16(const QString &text, QSysInfo::Endian order)
     return bytes;
 }
 
-class Receiver
-{
-public:
-    explicit Receiver(const QString &address)
-    {
-        if (!socket.bind(QHostAddress(address), syslogPort)) {
-            qFatal("cannot bind port 514 of %s", qPrintable(address));
-        }
-    }
-
-    //! The datagrams that have arrived; on loopback they are there once sent.
-    QList<QByteArray> received()
-    {
-        QList<QByteArray> all;
-        while (socket.hasPendingDatagrams()) {
-            QByteArray datagram(int(socket.pendingDatagramSize()), '\0');
-            socket.readDatagram(datagram.data(), datagram.size());
-            all.append(datagram);
-        }
-        return all;
-    }
-
-private:
-    QUdpSocket socket;
-};
-
 } // namespace
 
 class DatagramsTest : public QObject
@@ -97,6 +68,10 @@ private Q_SLOTS:
     void encodingOfTheCatalogue_data();
     void encodingOfTheCatalogue();
     void explodingValuesAreSurvived();
+    void sendingGoesOnAfterItFailed_data();
+    void sendingGoesOnAfterItFailed();
+    void textsDoNotDependOnTheLocale_data();
+    void textsDoNotDependOnTheLocale();
 
 private:
     QList<QByteArray> after(int id, const QVariantList &values, Receiver &receiver);
@@ -270,6 +245,101 @@ void DatagramsTest::explodingValuesAreSurvived()
     device->settle();
     QCOMPARE(receiver.received().size(), 0); // too long for a datagram
     QCOMPARE(after(1003, {}, receiver).size(), 1);
+}
+
+void DatagramsTest::sendingGoesOnAfterItFailed_data()
+{
+    QTest::addColumn<bool>("sentBefore");
+    QTest::addColumn<bool>("hasNoWay");
+    QTest::newRow("as nobody listened") << true << false;
+    QTest::newRow("as nobody listened from the beginning on") << false << false;
+    QTest::newRow("as there was no way to the receiver") << true << true;
+    QTest::newRow("as there was no way to it from the beginning on") << false << true;
+}
+
+void DatagramsTest::sendingGoesOnAfterItFailed()
+{
+    QFETCH(bool, sentBefore);
+    QFETCH(bool, hasNoWay);
+    // Without an address of its own the host has no way to it, and the sending fails.
+    const auto ip
+        = [](const QString &command) { return !runClient("ip"_s, command.split(u' ')).isNull(); };
+    const QString takeWay = "address flush dev lo to 192.0.2.1/32"_s;
+    const QString giveWay = "address add 192.0.2.1/32 dev lo"_s;
+    QVERIFY(ip(takeWay));
+    if (sentBefore || !hasNoWay) {
+        QVERIFY(ip(giveWay));
+    }
+    auto receiver = std::make_unique<Receiver>("0.0.0.0"_s);
+    QVERIFY(device->setProperty("logNetworkAddress"_s, "192.0.2.1"_s));
+    if (sentBefore) {
+        QCOMPARE(after(1002, {"before"_s}, *receiver).size(), 1);
+    }
+    if (!hasNoWay) {
+        receiver.reset();
+    } else if (sentBefore) {
+        QVERIFY(ip(takeWay));
+    }
+    for (int i = 0; i < 3; ++i) {
+        device->change("/some/path"_s, 1002, {"lost"_s});
+        device->settle();
+    }
+    if (hasNoWay) {
+        QVERIFY(ip(giveWay));
+    } else {
+        receiver = std::make_unique<Receiver>("0.0.0.0"_s);
+    }
+    for (int i = 0; i < 2; ++i) {
+        const QList<QByteArray> datagrams = after(1002, {"afterwards"_s}, *receiver);
+        QCOMPARE(datagrams.size(), 1);
+        QVERIFY(datagrams[0].endsWith("] Message afterwards"));
+    }
+}
+
+void DatagramsTest::textsDoNotDependOnTheLocale_data()
+{
+    QTest::addColumn<QByteArray>("variable");
+    QTest::addColumn<QByteArray>("value");
+    QTest::newRow("LC_ALL is C.UTF-8") << QByteArray("LC_ALL") << QByteArray("C.UTF-8");
+    QTest::newRow("LC_ALL is C") << QByteArray("LC_ALL") << QByteArray("C");
+    QTest::newRow("LC_ALL names no locale") << QByteArray("LC_ALL") << QByteArray("xx_XX");
+    QTest::newRow("LANG is C") << QByteArray("LANG") << QByteArray("C");
+    QTest::newRow("no variable names a locale") << QByteArray() << QByteArray();
+}
+
+void DatagramsTest::textsDoNotDependOnTheLocale()
+{
+    QFETCH(QByteArray, variable);
+    QFETCH(QByteArray, value);
+    const QByteArray localeBefore = qgetenv("LC_ALL");
+    device->stop();
+    for (const char *const each : {"LC_ALL", "LC_CTYPE", "LANG", "LANGUAGE"}) {
+        qunsetenv(each);
+    }
+    if (!variable.isEmpty()) {
+        qputenv(variable.constData(), value);
+    }
+    QByteArray xml = Device::catalogue();
+    Device::writeCatalogue(xml.replace("Message %1", "Täglich: %1 für 5 €"));
+    const bool started = device->start();
+    qunsetenv("LANG");
+    qputenv("LC_ALL", localeBefore);
+    QVERIFY(started);
+    QVERIFY(device->setProperty("logLocal"_s, true));
+    QVERIFY(device->setProperty("logNetwork"_s, true));
+    QVERIFY(device->setProperty("logNetworkAddress"_s, "127.0.0.1"_s));
+
+    const QString text = "Größe ÄÖÜ ß €, 1.5, \u65E5, \U0001F600"_s;
+    Receiver receiver("127.0.0.1"_s);
+    const QByteArray datagram = after(1002, {text}, receiver).value(0);
+    QVERIFY2(datagram.endsWith("[/some/path] Täglich: " + text.toUtf8() + " für 5 €"),
+             datagram.constData());
+    QVERIFY(
+        after(1001, {true, 1234.5}, receiver).value(0).endsWith("mains true at 1234.5 percent"));
+    QVERIFY(device->fillBundle());
+    QVERIFY(Device::logFile(0).contains(text.toUtf8()));
+    const QString log = device->json();
+    QVERIFY2(log.contains("\"msg\":\"Täglich: %1 für 5 €\"}"_s.arg(text)), qPrintable(log));
 }
 
 QTEST_GUILESS_MAIN(DatagramsTest)
