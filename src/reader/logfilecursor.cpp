@@ -4,6 +4,8 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cerrno>
+#include <limits>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -14,16 +16,33 @@ namespace
 
 constexpr qint64 usualRead = 65536;
 
-//! Reads until all is there or the file ends; the number of bytes read.
-size_t readAt(int handle, char *bytes, size_t size, qint64 position)
+// A disk fails by whole sectors. It mostly fails by pages too, but that is only a guess
+// which saves attempts: each of them may take seconds.
+constexpr qint64 sectorSize = 512;
+constexpr qint64 pageSize = 4096;
+
+qint64 nextMultiple(qint64 position, qint64 of)
 {
-    size_t done = 0;
-    while (done < size) {
-        const ssize_t got = pread(handle, bytes + done, size - done, position + qint64(done));
-        if (got <= 0) {
+    return position - position % of + of;
+}
+
+struct Reading {
+    size_t size = 0;
+    bool failed = false; //!< what follows cannot be read
+};
+
+//! Reads until all is there, the file ends or a byte cannot be read.
+Reading readAt(int handle, char *bytes, size_t size, qint64 position)
+{
+    Reading done;
+    while (done.size < size && !done.failed) {
+        const ssize_t got
+            = pread(handle, bytes + done.size, size - done.size, position + qint64(done.size));
+        if (got == 0) {
             break;
         }
-        done += size_t(got);
+        done.size += size_t(std::max<ssize_t>(got, 0));
+        done.failed = got < 0 && errno != EINTR;
     }
     return done;
 }
@@ -74,12 +93,12 @@ void LogFileCursor::forget()
     current = nullptr;
     windowBegin = 0;
     windowSize = 0;
-    windowEndsFile = false;
+    gapEnd = 0;
 }
 
 std::string_view LogFileCursor::takeAfterRefill(qint64 size)
 {
-    if (!windowEndsFile || current->position < windowBegin) {
+    if (current->position < windowBegin || current->position >= gapEnd) {
         refill(size);
     }
     const qint64 offset = current->position - windowBegin;
@@ -94,9 +113,33 @@ void LogFileCursor::refill(qint64 size)
     const qint64 position = current->position;
     // Who goes backwards wants what lies before next.
     const bool backwards = windowSize > 0 && position < windowBegin;
-    windowBegin = backwards ? std::max<qint64>(0, position + size - wanted) : position;
-    windowSize = current->file.isOpen()
-        ? readAt(current->file.handle(), window.data(), size_t(wanted), windowBegin)
-        : 0;
-    windowEndsFile = windowSize < size_t(wanted);
+    const qint64 end = position + (backwards ? size : wanted);
+    windowBegin = std::max<qint64>(0, end - wanted);
+    while (!fill(end) && gapEnd <= position) {
+        // What lies before the gap is not what is asked for.
+        windowBegin = std::min(position, nextMultiple(gapEnd - 1, pageSize));
+    }
+}
+
+/*!
+ * Reads from the window's begin to \a end, or to where the file ends or cannot be
+ * read; false in the last case. All of that sector is a gap then.
+ */
+bool LogFileCursor::fill(qint64 end)
+{
+    const auto wanted = size_t(end - windowBegin);
+    const Reading done = current->file.isOpen()
+        ? readAt(current->file.handle(), window.data(), wanted, windowBegin)
+        : Reading();
+    windowSize = done.size;
+    if (!done.failed) {
+        gapEnd = windowSize < wanted ? std::numeric_limits<qint64>::max() : 0;
+        return true;
+    }
+    const qint64 gapBegin = windowBegin + qint64(windowSize);
+    gapEnd = nextMultiple(gapBegin, sectorSize);
+    if (windowSize == 0) {
+        windowBegin = gapEnd - sectorSize;
+    }
+    return false;
 }

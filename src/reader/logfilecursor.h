@@ -34,6 +34,9 @@ private:
  * Reads log files with a QIODevice's read() and seek(), one file at a time and
  * through one small window of its bytes, so that hardly any field costs a system
  * call of its own. Each file keeps its position while others are read.
+ *
+ * Bytes that cannot be read are missing in the fields that lie in them, as at the end
+ * of the file, and in no other.
  */
 class LogFileCursor
 {
@@ -71,10 +74,12 @@ public:
 private:
     std::string_view takeAfterRefill(qint64 size);
     void refill(qint64 size);
+    [[nodiscard]] bool fill(qint64 end);
 
     LogFile *current = nullptr;
     std::vector<char> window;
     qint64 windowBegin = 0;
     size_t windowSize = 0;
-    bool windowEndsFile = false;
+    //! Up to here, behind the window, the file is known to deliver nothing; 0: nothing is known.
+    qint64 gapEnd = 0;
 };

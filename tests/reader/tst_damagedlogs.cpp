@@ -7,8 +7,10 @@
 #include "reader/systemeventlogfilereader.h"
 #include "support/literals.h"
 #include "support/logfolder.h"
+#include "support/readfaults.h"
 #include "support/recordbytes.h"
 
+#include <QFile>
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QTest>
@@ -25,6 +27,9 @@ using RecordBytes::number;
 using RecordBytes::record;
 
 constexpr quint64 noMinimum = std::numeric_limits<quint64>::max();
+constexpr qint64 pageSize = 4096;
+
+ReadFaults faults;
 
 QByteArray recordWithValues(quint64 logNr)
 {
@@ -46,12 +51,18 @@ void silence(QtMsgType /*type*/, const QMessageLogContext & /*context*/,
 
 } // namespace
 
+ReadFaults *readFaults()
+{
+    return &faults;
+}
+
 class DamagedLogsTest : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase();
+    void cleanup() { faults.heal(); }
     void everyBitFlipped();
     void everyLength();
     void otherFilesStayReadable();
@@ -63,6 +74,9 @@ private Q_SLOTS:
     void zerosPileNothingUp();
     void randomBytesEnd();
     void appendedDamageEndsTheUpdate();
+    void pageThatCannotBeRead_data();
+    void pageThatCannotBeRead();
+    void fileThatCannotBeRead();
 
 private:
     //! Asks for every number there may be, the smallest and the largest included.
@@ -253,6 +267,60 @@ void DamagedLogsTest::appendedDamageEndsTheUpdate()
     reader.logfileChanged();
     QCOMPARE(reader.getMaxLogNr(), quint64(3));
     QVERIFY(reader.jsonEntry(2, "en"_s).startsWith("{\"eventnr\":2,"_s));
+}
+
+void DamagedLogsTest::pageThatCannotBeRead_data()
+{
+    QTest::addColumn<int>("page");
+    QTest::addColumn<int>("readable");
+    QTest::newRow("the first one: all records but those in it") << 0 << 952;
+    QTest::newRow("the fifth one: all records behind it") << 4 << 761;
+}
+
+//! A page that cannot be read costs what it touches, and those before it in its file.
+void DamagedLogsTest::pageThatCannotBeRead()
+{
+    QFETCH(int, page);
+    QFETCH(int, readable);
+    constexpr int count = 1000;
+    const LogFolder logs;
+    QByteArray log;
+    for (int logNr = 1; logNr <= count; ++logNr) {
+        RecordBytes::Fields fields;
+        fields.logNr = quint64(logNr);
+        fields.values = number(1, 1) + number(5, 4) + RecordBytes::sized(QByteArray(33, 'x'));
+        log += record(fields);
+    }
+    QCOMPARE(log.size(), count * 86);
+    logs.put(0, log);
+    logs.put(1, recordWithValues(5000));
+    const QByteArray path = QFile::encodeName(logs.path(LogFolder::name(0)));
+    faults.spoil(path.constData(), page * pageSize, (page + 1) * pageSize);
+    SystemeventLogfileReader reader(logs.dir(), &catalogue);
+    const QString expected
+        = R"({"eventnr":%1,"secs":"1700000000.250000","eventtype":1001,"loglevel":"warning",)"_s
+        + R"("path":"/power/supply","msg":"1 5 )"_s + QString(33, QLatin1Char('x')) + "\"}"_s;
+    int found = 0;
+    for (int logNr = 1; logNr <= count; ++logNr) {
+        found += reader.jsonEntry(quint64(logNr), "en"_s) == expected.arg(logNr) ? 1 : 0;
+    }
+    QCOMPARE(found, readable);
+    QVERIFY(reader.jsonEntry(5000, "en"_s).endsWith("\"msg\":\"1 5 text\"}"_s));
+}
+
+//! A disk that fails takes its time for every attempt: there is one for every sector.
+void DamagedLogsTest::fileThatCannotBeRead()
+{
+    constexpr int size = 102400;
+    const LogFolder logs;
+    logs.put(0, QByteArray(size, 'x'));
+    faults.spoil(QFile::encodeName(logs.path(LogFolder::name(0))).constData(), 0, size);
+    SystemeventLogfileReader reader(logs.dir(), &catalogue);
+    const quint64 before = faults.failures;
+    QCOMPARE(reader.getMaxLogNr(), quint64(0));
+    const quint64 attempts = faults.failures - before;
+    QVERIFY2(attempts > 0 && attempts <= size / 512, qPrintable(QString::number(attempts)));
+    qInfo("%llu attempts at reading %d bytes", attempts, size);
 }
 
 QTEST_GUILESS_MAIN(DamagedLogsTest)

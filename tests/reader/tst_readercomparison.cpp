@@ -11,7 +11,9 @@
 #include "reader/systemeventlogfilereader.h"
 #include "rewrittenfolder.h"
 #include "support/literals.h"
+#include "support/readfaults.h"
 
+#include <QFile>
 #include <QLocale>
 #include <QTest>
 
@@ -26,6 +28,8 @@ namespace
 constexpr quint64 highest = std::numeric_limits<quint64>::max();
 constexpr quint64 usualLimit = 200000;
 constexpr quint64 noLimit = 1000000000;
+
+ReadFaults faults;
 
 //! What is said meanwhile: every debug message, and that a placeholder was missing.
 class Messages
@@ -260,6 +264,11 @@ int mostSeeds()
 
 } // namespace
 
+ReadFaults *readFaults()
+{
+    return &faults;
+}
+
 class ReaderComparisonTest : public QObject
 {
     Q_OBJECT
@@ -279,6 +288,8 @@ private Q_SLOTS:
     void manyRecords();
     void largeFiles_data() { seeds(3); }
     void largeFiles();
+    void unreadableBytes_data() { seeds(4); }
+    void unreadableBytes();
     void growingTexts_data() { seeds(2); }
     void growingTexts();
     void comparedEnough();
@@ -289,6 +300,7 @@ private:
     void changeFolder(TwoReaders &readers, RandomLogs &logs, Dice &dice);
     void appendToCurrent(TwoReaders &readers, RandomLogs &logs, Dice &dice);
     void rotate(TwoReaders &readers, RandomLogs &logs, Dice &dice);
+    void spoil(const QString &name, Dice &dice) const;
     void cutUnnoticed(TwoReaders &readers, const RandomLogs &logs, Dice &dice);
     static void askSomething(TwoReaders &readers, RandomLogs &logs, Dice &dice);
     static void askForEntry(TwoReaders &readers, RandomLogs &logs, Dice &dice);
@@ -342,6 +354,8 @@ void ReaderComparisonTest::initTestCase()
 void ReaderComparisonTest::init()
 {
     QLocale::setDefault(QLocale::c());
+    faults.heal();
+    faults.interrupted = false;
 }
 
 void ReaderComparisonTest::seeds(int count)
@@ -675,6 +689,56 @@ void ReaderComparisonTest::largeFiles()
         QVERIFY2(readers.difference().isNull(),
                  qPrintable("round %1: %2"_s.arg(round).arg(readers.difference())));
     }
+}
+
+//! Makes sectors of a file unreadable, from one to all of them.
+void ReaderComparisonTest::spoil(const QString &name, Dice &dice) const
+{
+    constexpr int sector = 512;
+    const int sectors = int(folder.content(name).size()) / sector + 1;
+    const QByteArray path = QFile::encodeName(folder.dir().filePath(name));
+    for (int areas = dice.between(1, 5); areas > 0; --areas) {
+        const int length = dice.oneOf(std::array<int, 6>{1, 1, 2, 8, 16, 130});
+        const int unit = dice.chance(50) ? length : 1;
+        const int begin = dice.below(sectors) / unit * unit;
+        faults.spoil(path.constData(), qint64(begin) * sector, qint64(begin + length) * sector);
+    }
+    faults.interrupted = dice.chance(20);
+}
+
+void ReaderComparisonTest::unreadableBytes()
+{
+    QFETCH(quint32, seed);
+    constexpr quint32 rounds = 30;
+    const Messages heard;
+    const quint64 failuresBefore = faults.failures;
+    for (quint32 round = 0; round < rounds; ++round) {
+        Dice dice(seed, 40000 + round);
+        RandomLogs logs(dice);
+        faults.heal();
+        folder.clear();
+        for (int index = dice.below(3); index >= 0; --index) {
+            const QString name = "zib"_s + QString::number(index) + ".log"_s;
+            QByteArray bytes = logs.records(dice.oneOf(std::array<int, 4>{2, 20, 200, 1500}));
+            bytes += dice.chance(20) ? logs.filler(dice.between(1000, 65535)) : QByteArray();
+            folder.put(name, bytes + logs.records(dice.below(40)), index);
+            spoil(name, dice);
+        }
+        folder.removeOthers();
+        TwoReaders readers(folder.dir(), &logs.catalogue(), tally);
+        (void)readers.range(readers.minimum(), readers.maximum(), "en"_s, noLimit / 100);
+        for (int i = 0; i < 10; ++i) {
+            askForEntry(readers, logs, dice);
+            askForRange(readers, logs, dice);
+        }
+        appendToCurrent(readers, logs, dice);
+        askSomething(readers, logs, dice);
+        rotate(readers, logs, dice);
+        askSomething(readers, logs, dice);
+        QVERIFY2(readers.difference().isNull(),
+                 qPrintable("round %1: %2"_s.arg(round).arg(readers.difference())));
+    }
+    QVERIFY(faults.failures > failuresBefore);
 }
 
 void ReaderComparisonTest::growingTexts()

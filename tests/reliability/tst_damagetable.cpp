@@ -14,6 +14,7 @@
 #include "catalog/systemeventcatalogue.h"
 #include "reader/systemeventlogfilereader.h"
 #include "support/literals.h"
+#include "support/readfaults.h"
 
 #include <QDBusVariant>
 #include <QElapsedTimer>
@@ -34,6 +35,8 @@ namespace
 {
 
 using Numbers = std::set<quint64>;
+
+ReadFaults faults;
 
 constexpr int fileCount = 4;
 constexpr uint fileLimit = 8192;
@@ -125,6 +128,11 @@ void silence(QtMsgType /*type*/, const QMessageLogContext & /*context*/,
 
 } // namespace
 
+ReadFaults *readFaults()
+{
+    return &faults;
+}
+
 class DamageTableTest : public QObject
 {
     Q_OBJECT
@@ -138,6 +146,7 @@ private Q_SLOTS:
     void aBitOfATrailer();
     void aFileCutAtEveryLength();
     void aPageOfZeros();
+    void aPageThatCannotBeRead();
     void aFileInPlaceOfAnother();
     void aCopyBesideTheOthers();
     void filesSwapped();
@@ -156,6 +165,8 @@ private:
     [[nodiscard]] std::vector<Field> fieldsOf(const QByteArray &record) const;
     void flipTrailers(int index);
     void cut(int length);
+    template <typename Spoil>
+    void damagePages(const Damage &damage, const Spoil &spoil);
     [[nodiscard]] Row &row(const Damage &damage);
     [[nodiscard]] QString readAll(QString &problem);
     [[nodiscard]] QString problemAfter(const Damage &damage);
@@ -255,6 +266,7 @@ void DamageTableTest::initTestCase()
 
 void DamageTableTest::cleanup()
 {
+    faults.heal();
     folder.clear();
     for (int index = 0; index < int(files.size()); ++index) {
         restore(index);
@@ -453,18 +465,17 @@ void DamageTableTest::cut(int length)
     }
 }
 
-void DamageTableTest::aPageOfZeros()
+//! Damages one page after another: it costs what it touches, and those before it in its file.
+template <typename Spoil>
+void DamageTableTest::damagePages(const Damage &damage, const Spoil &spoil)
 {
     for (int index = 0; index < int(files.size()); ++index) {
         const HealthyFile &file = files[size_t(index)];
         for (int begin = 0; begin < int(file.bytes.size()); begin += pageSize) {
             const int end = std::min(begin + pageSize, int(file.bytes.size()));
-            QByteArray bytes = file.bytes;
-            std::fill(bytes.begin() + begin, bytes.begin() + end, '\0');
-            put(index, bytes);
-            QCOMPARE(problemAfter({"a page of 4,096 bytes zeroed",
-                                   "what it touches, and those before it in its file"}),
-                     QString());
+            spoil(index, begin, end);
+            QCOMPARE(problemAfter(damage), QString());
+            faults.heal();
             Numbers reached;
             for (const Record &record : file.records) {
                 if (record.begin < end) {
@@ -475,6 +486,27 @@ void DamageTableTest::aPageOfZeros()
         }
         restore(index);
     }
+}
+
+void DamageTableTest::aPageOfZeros()
+{
+    damagePages(
+        {"a page of 4,096 bytes zeroed", "what it touches, and those before it in its file"},
+        [this](int index, int begin, int end) {
+            QByteArray bytes = files[size_t(index)].bytes;
+            std::fill(bytes.begin() + begin, bytes.begin() + end, '\0');
+            put(index, bytes);
+        });
+}
+
+void DamageTableTest::aPageThatCannotBeRead()
+{
+    damagePages({"a page of 4,096 bytes that cannot be read",
+                 "what it touches, and those before it in its file"},
+                [this](int index, int begin, int end) {
+                    const QString path = folder.dir().filePath(nameOf(index));
+                    faults.spoil(QFile::encodeName(path).constData(), begin, end);
+                });
 }
 
 void DamageTableTest::aFileInPlaceOfAnother()

@@ -63,6 +63,9 @@ private Q_SLOTS:
     void fileThatCannotBeDeletedIsKept();
     void numbersNeverGoBack();
     void restartAfterAnOutage();
+    void pageThatCannotBeReadHidesNoOther_data();
+    void pageThatCannotBeReadHidesNoOther();
+    void lastPageThatCannotBeReadStopsNothing();
     void fileThatCannotBeOpenedAnewIsFatal_data();
     void fileThatCannotBeOpenedAnewIsFatal();
 
@@ -459,6 +462,66 @@ void FailingDiskTest::restartAfterAnOutage()
     QVERIFY(source.sendUntilStored());
     QCOMPARE(lookAtTheLog(source), quint64(0));
     QCOMPARE(storageReports(*device), QStringList());
+}
+
+void FailingDiskTest::pageThatCannotBeReadHidesNoOther_data()
+{
+    QTest::addColumn<bool>("interrupted");
+    QTest::newRow("while other reads go through at once") << false;
+    QTest::newRow("while signals interrupt every other read") << true;
+}
+
+void FailingDiskTest::pageThatCannotBeReadHidesNoOther()
+{
+    QFETCH(bool, interrupted);
+    constexpr int page = 4096;
+    EventSource source(*device);
+    startWithSomeRecords(source);
+    source.send(1000);
+    QVERIFY(source.sendUntilStored());
+    const QStringList before = device->json().mid(1).chopped(1).split(",\n"_s);
+    QCOMPARE(quint64(before.size()), source.sent());
+
+    disk->reads.spoil("/srv/public/log/zib0.log", 4LL * page, 5LL * page);
+    disk->reads.interrupted = interrupted;
+    device->stop();
+    QVERIFY(device->start());
+    const QStringList after = device->result("jsonLogfile"_s, {quint64(1), source.sent(), "en"_s})
+                                  .toString()
+                                  .mid(1)
+                                  .chopped(1)
+                                  .split(",\n"_s);
+    QCOMPARE(after.size(), before.size());
+    QVERIFY(disk->reads.failures > 0);
+    // A record of 65 bytes that begins before the page's end is lost at most.
+    const int firstBehind = 5 * page / 65 + 1;
+    QCOMPARE(after.mid(firstBehind), before.mid(firstBehind));
+    QVERIFY(after.mid(0, firstBehind) != before.mid(0, firstBehind));
+    QVERIFY(source.sendUntilStored());
+    QCOMPARE(device->result("getMaxLogNr"_s).toULongLong(), source.sent());
+    QCOMPARE(storageReports(*device), QStringList());
+}
+
+//! Where numbering goes on is in that page: it starts anew.
+void FailingDiskTest::lastPageThatCannotBeReadStopsNothing()
+{
+    constexpr int page = 4096;
+    EventSource source(*device);
+    startWithSomeRecords(source);
+    const QByteArray before = Device::logFile(0);
+    device->stop();
+    const auto last = before.size() / page * page;
+    disk->reads.spoil("/srv/public/log/zib0.log", last, last + page);
+    QVERIFY(device->start());
+    QVERIFY(answersReaders(*device));
+    QVERIFY(disk->reads.failures > 0);
+    source.continueAt(1);
+    QVERIFY(source.sendUntilStored());
+    QVERIFY(answersReaders(*device));
+    QCOMPARE(storageReports(*device), QStringList());
+    const QByteArray after = Device::logFile(0);
+    QVERIFY(after.startsWith(before));
+    QCOMPARE(after.mid(before.size(), 8), RecordBytes::number(1, 8));
 }
 
 void FailingDiskTest::fileThatCannotBeOpenedAnewIsFatal_data()

@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "support/readfaults.h"
+
 #include <atomic>
 #include <cstdint>
 
 /*!
  * What the storage under the log does to the daemon: shared memory between a test and
- * the preloaded library. Only calls on files below /srv/public/log are touched. Every
- * error is an errno value, 0 for none.
+ * the preloaded library. Only calls on files below /srv/public/log are touched, and reads
+ * of the files that have been spoilt. Every error is an errno value, 0 for none.
  */
 struct Faults {
     std::atomic<std::int32_t> writeError;
@@ -26,6 +28,7 @@ struct Faults {
     std::atomic<std::uint64_t> fsyncs;
     std::atomic<std::uint64_t> bytesWritten; //!< by writes that have returned
     std::atomic<std::uint64_t> bytesSynced;  //!< of these, when the last good fsync returned
+    ReadFaults reads;
 };
 
 //! Names the file that is mapped as Faults.

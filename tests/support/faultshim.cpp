@@ -126,6 +126,11 @@ mode_t modeArgument(int flags, va_list &arguments)
 
 } // namespace
 
+ReadFaults *readFaults()
+{
+    return faults != nullptr ? &faults->reads : nullptr;
+}
+
 // The C library's own headers name the parameters otherwise, with names reserved to it.
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" {
