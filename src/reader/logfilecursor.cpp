@@ -49,13 +49,18 @@ Reading readAt(int handle, char *bytes, size_t size, qint64 position)
 
 /*!
  * Whether a descriptor is one of the last. They are left to the others: without one the
- * bus cuts the daemon off at the first message that carries a descriptor.
+ * bus cuts the daemon off at the first message that carries a descriptor. Where there are
+ * few, half of them are left.
  */
 bool isAmongTheLast(int handle)
 {
-    constexpr rlim_t spare = 32;
+    constexpr rlim_t mostSpare = 32;
     rlimit limit{};
-    return getrlimit(RLIMIT_NOFILE, &limit) == 0 && rlim_t(handle) + spare >= limit.rlim_cur;
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        return false;
+    }
+    const rlim_t spare = std::min(mostSpare, limit.rlim_cur / 2);
+    return rlim_t(handle) + spare >= limit.rlim_cur;
 }
 
 } // namespace
@@ -64,10 +69,20 @@ LogFile::LogFile(const QString &path)
     : file(path)
 {
     // Opening a pipe, through a link, would wait for a writer that never comes.
-    if (QFileInfo(file).isFile() && file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)
-        && isAmongTheLast(file.handle())) {
-        file.close();
+    if (!QFileInfo(file).isFile()) {
+        return;
     }
+    if (!open()) {
+        leftOut = file.error() == QFileDevice::ResourceError; // not even one descriptor
+    } else if (isAmongTheLast(file.handle())) {
+        file.close();
+        leftOut = true;
+    }
+}
+
+bool LogFile::open()
+{
+    return file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
 }
 
 void LogFile::announceReading() const
@@ -85,11 +100,17 @@ void LogFileCursor::use(LogFile &logFile)
     if (current != &logFile) {
         forget();
         current = &logFile;
+        if (current->openedWhileUsed) {
+            (void)current->open(); // without success it holds no byte
+        }
     }
 }
 
 void LogFileCursor::forget()
 {
+    if (current != nullptr && current->openedWhileUsed) {
+        current->file.close();
+    }
     current = nullptr;
     windowBegin = 0;
     windowSize = 0;

@@ -6,28 +6,40 @@
 
 #include <cstring>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 //! A log file, open for reading, and the position at which reading it goes on.
 class LogFile
 {
 public:
-    //! Opens the file; without success, or with anything but a regular file, it holds no byte.
+    /*!
+     * Opens the file; without success, or with anything but a regular file, it holds no
+     * byte. It is left out, and holds none either, where it would take one of the last
+     * descriptors of the process.
+     */
     explicit LogFile(const QString &path);
 
     //! The absolute path that it was opened under; a rotation may have renamed it since.
     [[nodiscard]] QString fileName() const { return file.fileName(); }
     //! In bytes, as of now; of a file that is not open, that of what now has its name.
     [[nodiscard]] qint64 size() const { return file.size(); }
-    [[nodiscard]] bool isOpen() const { return file.isOpen(); }
+    [[nodiscard]] bool isLeftOut() const { return leftOut; }
+    //! Has a file that is left out opened all the same, as long as a cursor is in it.
+    void openWhileUsed() { openedWhileUsed = std::exchange(leftOut, false); }
+    [[nodiscard]] bool canBeRead() const { return file.isOpen() || openedWhileUsed; }
     //! Tells the system that all of the file is about to be read.
     void announceReading() const;
 
 private:
     friend class LogFileCursor;
 
+    bool open();
+
     QFile file;
     qint64 position = 0;
+    bool leftOut = false;
+    bool openedWhileUsed = false;
 };
 
 /*!
@@ -45,7 +57,7 @@ public:
 
     //! Goes on in a file, which must outlive its use.
     void use(LogFile &logFile);
-    //! Drops the window: files may have changed or gone since it was read.
+    //! Leaves the file and drops the window: what follows may find another file there.
     void forget();
 
     [[nodiscard]] qint64 position() const { return current->position; }

@@ -67,6 +67,22 @@ size_t expectedRecords(const std::vector<ListedFile> &files)
 
 } // namespace
 
+//! One question: the index is up to date when it begins, the cursor in no file once it ends.
+class SystemeventLogfileReader::Query
+{
+public:
+    explicit Query(SystemeventLogfileReader &asked)
+        : reader(asked)
+    {
+        reader.refresh();
+    }
+    ~Query() { reader.cursor.forget(); }
+    Q_DISABLE_COPY_MOVE(Query)
+
+private:
+    SystemeventLogfileReader &reader;
+};
+
 SystemeventLogfileReader::SystemeventLogfileReader(const QDir &directory,
                                                    const SystemeventCatalogue *systemevents)
     : logDir(directory)
@@ -82,13 +98,13 @@ SystemeventLogfileReader::~SystemeventLogfileReader() = default;
 
 quint64 SystemeventLogfileReader::getMinLogNr()
 {
-    refresh();
+    const Query query(*this);
     return index.minLogNr();
 }
 
 quint64 SystemeventLogfileReader::getMaxLogNr()
 {
-    refresh();
+    const Query query(*this);
     return index.maxLogNr();
 }
 
@@ -101,13 +117,11 @@ void SystemeventLogfileReader::logfilesRotated()
 {
     filesDirty = true;
     // A deleted file takes its space as long as somebody has it open.
-    cursor.forget();
     fileTable.clear();
 }
 
 void SystemeventLogfileReader::refresh()
 {
-    cursor.forget();
     if (filesDirty) {
         fullScan();
     }
@@ -123,19 +137,35 @@ void SystemeventLogfileReader::fullScan()
 
     const std::vector<ListedFile> files = filesByTime(logDir);
     found.reserve(expectedRecords(files));
+    int leftOut = 0;
     for (const auto &[name, modified, size] : files) {
         const int fileNr = fileNumber(name);
         cursor.forget();
         fileTable.erase(fileNr); // a later one of the same number takes its place
         LogFile &file = fileTable.try_emplace(fileNr, logDir.absoluteFilePath(name)).first->second;
         qDebug() << "opening file: " << name;
-        if (file.isOpen() && file.size() > 0) {
+        if (fileNr == 0) {
+            file.openWhileUsed();
+        }
+        if (file.canBeRead() && file.size() > 0) {
             scanFile(fileNr, file, found);
         }
+        leftOut += file.isLeftOut() ? 1 : 0;
     }
+    reportLeftOut(leftOut);
     index.assign(std::move(found));
     filesDirty = false;
     indexDirty = false;
+}
+
+//! Once for all scans that leave files out, as every rotation leads to one.
+void SystemeventLogfileReader::reportLeftOut(int files)
+{
+    if (files > 0 && !isLeavingOut) {
+        qWarning("Too few file descriptors: %d log files cannot be kept open and are not read.",
+                 files);
+    }
+    isLeavingOut = files > 0;
 }
 
 /*!
@@ -146,8 +176,8 @@ void SystemeventLogfileReader::fullScan()
 void SystemeventLogfileReader::scanFile(int fileNr, LogFile &file,
                                         std::vector<LogIndexEntry> &found)
 {
-    file.announceReading(); // nobody expects to be read backwards
     cursor.use(file);
+    file.announceReading(); // nobody expects to be read backwards
     qint64 position = file.size();
     do {
         quint16 recordLength = 0;
@@ -210,7 +240,7 @@ std::vector<LogIndexEntry> SystemeventLogfileReader::newEntries(LogFile &file)
 
 QString SystemeventLogfileReader::jsonEntry(quint64 logNr, const QString &lang)
 {
-    refresh();
+    const Query query(*this);
     const auto entry = index.from(logNr);
     if (entry == index.end() || entry->logNr != logNr) {
         return {};
@@ -235,7 +265,7 @@ void SystemeventLogfileReader::appendRecord(std::string &out, const LogIndexEntr
 std::optional<QString> SystemeventLogfileReader::jsonRange(quint64 start, quint64 end,
                                                            const QString &lang, quint64 sizeLimit)
 {
-    refresh();
+    const Query query(*this);
     if (start > end) {
         return QStringLiteral("[]");
     }

@@ -24,6 +24,9 @@ class SystemeventCatalogue;
  * after the current file grew; the two slots only take note, and the second closes
  * the files.
  *
+ * The files stay open. Where descriptors are short, the oldest ones are left out, which
+ * is said once; file 0 is then opened for each query.
+ *
  * Reads only, and never fails: damage shows as marker texts within a message,
  * positional problems as debug messages. A record that cannot be found is an
  * empty text.
@@ -62,16 +65,20 @@ public Q_SLOTS:
     void logfilesRotated();
 
 private:
+    class Query;
+
     void refresh();
     void fullScan();
+    void reportLeftOut(int files);
     void scanFile(int fileNr, LogFile &file, std::vector<LogIndexEntry> &found);
     void updateIndex();
     [[nodiscard]] std::vector<LogIndexEntry> newEntries(LogFile &file);
     void appendRecord(std::string &out, const LogIndexEntry &entry, RecordJson &json);
 
     QDir logDir;
-    bool filesDirty = true; //!< the file set must be scanned from scratch
-    bool indexDirty = true; //!< file 0 may have grown
+    bool filesDirty = true;    //!< the file set must be scanned from scratch
+    bool indexDirty = true;    //!< file 0 may have grown
+    bool isLeavingOut = false; //!< of the last scan: files had to stay closed
     const SystemeventCatalogue *catalogue;
     std::unordered_map<int, LogFile> fileTable; //!< by file number
     LogFileCursor cursor;                       //!< in a file of the table during a query

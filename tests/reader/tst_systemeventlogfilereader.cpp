@@ -11,6 +11,8 @@
 #include "support/workedrecord.h"
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -18,10 +20,15 @@
 #include <QTest>
 #include <QtEndian>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <vector>
+
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -35,17 +42,18 @@ using RecordBytes::sized;
 
 constexpr quint64 noMinimum = std::numeric_limits<quint64>::max();
 
-//! What the process says at debug level, as it would appear on standard error.
-class DebugMessages
+//! What the process says at one level, as it would appear on standard error.
+class Messages
 {
 public:
-    DebugMessages()
+    explicit Messages(QtMsgType level)
     {
         lines().clear();
+        kept() = level;
         previous = qInstallMessageHandler(take);
     }
-    ~DebugMessages() { qInstallMessageHandler(previous); }
-    Q_DISABLE_COPY_MOVE(DebugMessages)
+    ~Messages() { qInstallMessageHandler(previous); }
+    Q_DISABLE_COPY_MOVE(Messages)
 
     [[nodiscard]] static QStringList &lines()
     {
@@ -54,9 +62,15 @@ public:
     }
 
 private:
+    static QtMsgType &kept()
+    {
+        static QtMsgType level = QtDebugMsg;
+        return level;
+    }
+
     static void take(QtMsgType type, const QMessageLogContext & /*context*/, const QString &message)
     {
-        if (type == QtDebugMsg) {
+        if (type == kept()) {
             lines().append(message);
         }
     }
@@ -96,6 +110,45 @@ void makeEntry(const QString &path, const QString &kind)
     if (QFile::exists(place)) {
         setModified(place, {1000, 0});
     }
+}
+
+//! Leaves the process so few descriptors that a number of files can be kept open.
+class FewDescriptors
+{
+public:
+    explicit FewDescriptors(int files)
+    {
+        std::vector<int> next; // those that will be given, and the first one beyond
+        for (int i = 0; i <= files; ++i) {
+            next.push_back(dup(STDERR_FILENO));
+        }
+        for (const int handle : next) {
+            close(handle);
+        }
+        getrlimit(RLIMIT_NOFILE, &before);
+        rlimit limit = before;
+        const auto kept = rlim_t(next.back());
+        limit.rlim_cur = kept + std::min<rlim_t>(kept, 32); // half are spare, or 32
+        if (next.back() < 0 || setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+            qFatal("cannot set the limit of open files");
+        }
+    }
+    ~FewDescriptors() { (void)setrlimit(RLIMIT_NOFILE, &before); }
+    Q_DISABLE_COPY_MOVE(FewDescriptors)
+
+private:
+    rlimit before{};
+};
+
+//! How often the process has a file open.
+int openings(const QString &path)
+{
+    int count = 0;
+    const QFileInfoList handles = QDir("/proc/self/fd"_s).entryInfoList(QDir::Files | QDir::System);
+    for (const QFileInfo &handle : handles) {
+        count += handle.symLinkTarget() == QFileInfo(path).canonicalFilePath() ? 1 : 0;
+    }
+    return count;
 }
 
 } // namespace
@@ -149,6 +202,8 @@ private Q_SLOTS:
     void missingNumberIsEmpty();
     void answerOfTheLimitIsRefused();
     void storedNumberIsShown();
+    void filesThatCannotBeKeptOpenAreSaidOnce();
+    void currentFileIsReadWithoutBeingKeptOpen();
     void withoutCatalogueTheProcessEnds();
 
 private:
@@ -211,12 +266,12 @@ void SystemeventLogfileReaderTest::withoutRecords()
     if (!debugLines.isEmpty()) {
         logs->put(0, {});
     }
-    const DebugMessages debug;
+    const Messages debug(QtDebugMsg);
     SystemeventLogfileReader reader(QDir(logs->path(directory)), &catalogue);
     QCOMPARE(reader.getMinLogNr(), noMinimum);
     QCOMPARE(reader.getMaxLogNr(), quint64(0));
     QCOMPARE(reader.jsonEntry(0, "en"_s), QString());
-    QCOMPARE(DebugMessages::lines(), debugLines);
+    QCOMPARE(Messages::lines(), debugLines);
 }
 
 void SystemeventLogfileReaderTest::numbersOfSeveralFiles()
@@ -273,9 +328,9 @@ void SystemeventLogfileReaderTest::appendedRecordsAreIndexedSilently()
 
     logs->append(0, record(2) + record(3) + record(4));
     reader->logfileChanged();
-    const DebugMessages debug;
+    const Messages debug(QtDebugMsg);
     QCOMPARE(reader->getMaxLogNr(), quint64(4));
-    QCOMPARE(DebugMessages::lines(), QStringList{});
+    QCOMPARE(Messages::lines(), QStringList{});
     for (quint64 logNr = 1; logNr <= 4; ++logNr) {
         QVERIFY(!reader->jsonEntry(logNr, "en"_s).isEmpty());
     }
@@ -289,10 +344,10 @@ void SystemeventLogfileReaderTest::allNewRecordsEndWithAReadError()
 
     logs->append(0, record(7) + record(8));
     reader->logfileChanged();
-    const DebugMessages debug;
+    const Messages debug(QtDebugMsg);
     QCOMPARE(reader->getMinLogNr(), quint64(7)); // the record at position 0 is indexed
     QCOMPARE(reader->getMaxLogNr(), quint64(8));
-    QCOMPARE(DebugMessages::lines(),
+    QCOMPARE(Messages::lines(),
              QStringList{"read error: \"%1\"  seekpos: -2"_s.arg(logs->path("zib0.log"_s))});
     QVERIFY(!reader->jsonEntry(7, "en"_s).isEmpty());
 }
@@ -304,9 +359,9 @@ void SystemeventLogfileReaderTest::appendingWithoutCurrentFile()
     QCOMPARE(reader->getMaxLogNr(), quint64(1));
     logs->put(0, record(2));
     reader->logfileChanged();
-    const DebugMessages debug;
+    const Messages debug(QtDebugMsg);
     QCOMPARE(reader->getMaxLogNr(), quint64(1));
-    QCOMPARE(DebugMessages::lines(), QStringList{});
+    QCOMPARE(Messages::lines(), QStringList{});
     reader->logfilesRotated();
     QCOMPARE(reader->getMaxLogNr(), quint64(2));
 }
@@ -317,9 +372,9 @@ void SystemeventLogfileReaderTest::emptyBundleChangesNothing()
     const auto reader = makeReader();
     QCOMPARE(reader->getMaxLogNr(), quint64(1));
     reader->logfileChanged();
-    const DebugMessages debug;
+    const Messages debug(QtDebugMsg);
     QCOMPARE(reader->getMaxLogNr(), quint64(1));
-    QCOMPARE(DebugMessages::lines(), QStringList{});
+    QCOMPARE(Messages::lines(), QStringList{});
 }
 
 void SystemeventLogfileReaderTest::rotationRebuildsTheIndex()
@@ -808,6 +863,48 @@ void SystemeventLogfileReaderTest::storedNumberIsShown()
     QCOMPARE(reader->getMaxLogNr(), quint64(1));
     logs->put(0, record(12)); // behind the index's back
     QVERIFY(reader->jsonEntry(1, "en"_s).startsWith("{\"eventnr\":12,"_s));
+}
+
+//! Every rotation scans anew: a warning that every scan repeats would fill the journal.
+void SystemeventLogfileReaderTest::filesThatCannotBeKeptOpenAreSaidOnce()
+{
+    for (int index = 0; index < 5; ++index) {
+        logs->put(index, record(quint64(10 - index)));
+        logs->setAge(LogFolder::name(index), index * 60);
+    }
+    const auto reader = makeReader();
+    for (int onset = 0; onset < 2; ++onset) {
+        const Messages warnings(QtWarningMsg);
+        const FewDescriptors few(2);
+        for (int scan = 0; scan < 3; ++scan) {
+            QCOMPARE(reader->getMinLogNr(), quint64(9));
+            QCOMPARE(reader->getMaxLogNr(), quint64(10));
+            reader->logfilesRotated();
+        }
+        QCOMPARE(Messages::lines(),
+                 QStringList{"Too few file descriptors: 3 log files cannot be kept open and are "
+                             "not read."_s});
+        const FewDescriptors enough(5);
+        QCOMPARE(reader->getMinLogNr(), quint64(6));
+        reader->logfilesRotated();
+    }
+}
+
+void SystemeventLogfileReaderTest::currentFileIsReadWithoutBeingKeptOpen()
+{
+    logs->put(0, record(7));
+    const QString path = logs->path(LogFolder::name(0));
+    const FewDescriptors few(0);
+    const auto reader = makeReader();
+    QCOMPARE(reader->getMinLogNr(), quint64(7));
+    QVERIFY(reader->jsonEntry(7, "en"_s).startsWith("{\"eventnr\":7,"_s));
+    QCOMPARE(openings(path), 0);
+    logs->append(0, record(8));
+    reader->logfileChanged();
+    QVERIFY(reader->jsonRange(7, 8, "en"_s, 10000)->contains("{\"eventnr\":8,"_s));
+    QCOMPARE(openings(path), 0);
+    QCOMPARE(reader->getMaxLogNr(), quint64(8));
+    QCOMPARE(openings(path), 0);
 }
 
 void SystemeventLogfileReaderTest::withoutCatalogueTheProcessEnds()

@@ -16,11 +16,13 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QHostAddress>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QUdpSocket>
 
+#include <algorithm>
 #include <limits>
 #include <vector>
 
@@ -68,10 +70,10 @@ class ManyFiles
 public:
     static constexpr int count = 3000;
 
-    ManyFiles()
-        : firstNumbers(count)
+    explicit ManyFiles(int files = count)
+        : firstNumbers(size_t(files))
     {
-        for (int index = count - 1; index >= 0; --index) {
+        for (int index = files - 1; index >= 0; --index) {
             firstNumbers[size_t(index)] = next;
             Device::writeLogFile(index, content(index));
             setAge(index);
@@ -83,7 +85,7 @@ public:
     //! The index of the file that begins with a number, -1 for none.
     [[nodiscard]] int fileBeginningWith(quint64 logNr) const
     {
-        for (int index = 0; index < count; ++index) {
+        for (int index = 0; index < int(firstNumbers.size()); ++index) {
             if (firstNumber(index) == logNr) {
                 return index;
             }
@@ -156,10 +158,17 @@ qint64 memory(const Device &device, const QByteArray &name)
     return -1;
 }
 
-int openFiles(const Device &device)
+//! What the descriptors of the daemon are for: paths of files, where they are files.
+QStringList openFiles(const Device &device)
 {
     const QDir descriptors("/proc/%1/fd"_s.arg(device.processId()));
-    return int(descriptors.entryList(QDir::Files | QDir::System | QDir::NoDotAndDotDot).size());
+    const QStringList numbers
+        = descriptors.entryList(QDir::Files | QDir::System | QDir::NoDotAndDotDot);
+    QStringList targets;
+    for (const QString &number : numbers) {
+        targets.append(QFileInfo(descriptors.filePath(number)).symLinkTarget());
+    }
+    return targets;
 }
 
 //! Starts a daemon that may take its time.
@@ -202,6 +211,8 @@ private Q_SLOTS:
     void cleanup();
     void softLimitOfOpenFilesIsNoLimit();
     void hardLimitOfOpenFilesLeavesTheNewestReadable();
+    void veryFewDescriptors_data();
+    void veryFewDescriptors();
     void largeCatalogue();
     void largeDescription_data();
     void largeDescription();
@@ -216,6 +227,7 @@ private:
         return device->result("jsonLogfile"_s, {start, end, lang}).toString();
     }
     [[nodiscard]] bool rotates();
+    [[nodiscard]] bool saysFilesLeftOut(int count);
 
     TestBus bus;
     std::unique_ptr<Device> device;
@@ -249,6 +261,15 @@ bool LimitsTest::rotates()
     return false;
 }
 
+//! Whether the daemon has said, and said once, that it cannot keep so many files open.
+bool LimitsTest::saysFilesLeftOut(int count)
+{
+    const QStringList said = device->outputLines("descriptors"_s);
+    return said.size() == 1
+        && said.first().endsWith("Too few file descriptors: %1 log files cannot be kept open "
+                                 "and are not read."_s.arg(count));
+}
+
 void LimitsTest::softLimitOfOpenFilesIsNoLimit()
 {
     if (hardLimit() < rlim_t(ManyFiles::count) + 100) {
@@ -263,7 +284,7 @@ void LimitsTest::softLimitOfOpenFilesIsNoLimit()
     QCOMPARE(device->result("getMaxLogNr"_s).toULongLong(), files.lastNumber());
     QVERIFY(isWholeRange(json(0, highest), 1, files.lastNumber()));
     const qint64 reading = timer.restart();
-    QVERIFY(openFiles(*device) >= ManyFiles::count);
+    QVERIFY(openFiles(*device).size() >= ManyFiles::count);
 
     QVERIFY(rotates());
     const qint64 rotating = timer.restart();
@@ -293,7 +314,7 @@ void LimitsTest::hardLimitOfOpenFilesLeavesTheNewestReadable()
     QVERIFY(isWholeRange(json(0, highest), first, files.lastNumber()));
     // Some are left to the bus and the network, which a message can make need one.
     constexpr int spare = 16;
-    QVERIFY(openFiles(*device) <= limit - spare);
+    QVERIFY(openFiles(*device).size() <= limit - spare);
     device->changeRaw("/x"_s, Device::fillerId, QVariant::fromValue(QDBusUnixFileDescriptor(0)));
     QVERIFY(device->isServing());
 
@@ -308,9 +329,68 @@ void LimitsTest::hardLimitOfOpenFilesLeavesTheNewestReadable()
         QVERIFY(isWholeRange(json(0, highest), beginning, newest));
     }
     QCOMPARE(device->outputLines("stored"_s), QStringList());
+    QVERIFY(saysFilesLeftOut(ManyFiles::count - oldest - 1));
     // The oldest files are stored all the same.
     QVERIFY(QFile::exists(Device::logPath(ManyFiles::count - 1)));
     qInfo("%d of %d files readable with a hard limit of %d", oldest + 1, ManyFiles::count, limit);
+}
+
+void LimitsTest::veryFewDescriptors_data()
+{
+    QTest::addColumn<int>("limit");
+    QTest::addColumn<int>("fewestKept");
+    QTest::addColumn<int>("mostKept");
+    QTest::addColumn<int>("passed");
+    QTest::newRow("with 40 a good part of the files is kept open") << 40 << 8 << 16 << 8;
+    QTest::newRow("with 24 some of the newest files are kept open") << 24 << 1 << 6 << 1;
+    QTest::newRow("with 16 the current file is opened for every query") << 16 << 0 << 0 << 1;
+}
+
+void LimitsTest::veryFewDescriptors()
+{
+    QFETCH(int, limit);
+    QFETCH(int, fewestKept);
+    QFETCH(int, mostKept);
+    QFETCH(int, passed);
+    constexpr int count = 30;
+    device->config.values.insert("SystemeventLogtail"_s, QString::number(count - 1));
+    const ManyFiles files(count);
+    const LimitedDaemon limited("-n " + QByteArray::number(limit));
+    QVERIFY(device->start());
+    const auto keptFiles = [this] {
+        return int(openFiles(*device).filter("/srv/public/log/"_s).size()) - 1; // the writer's
+    };
+
+    const quint64 first = device->result("getMinLogNr"_s).toULongLong();
+    const int oldest = files.fileBeginningWith(first);
+    const int kept = keptFiles();
+    QVERIFY2(kept >= fewestKept && kept <= mostKept, qPrintable(QString::number(kept)));
+    QCOMPARE(oldest, std::max(kept - 1, 0));
+    QVERIFY(isWholeRange(json(0, highest), first, files.lastNumber()));
+    QCOMPARE(keptFiles(), kept);
+    QVERIFY(saysFilesLeftOut(count - oldest - 1));
+
+    QVariantList descriptors;
+    for (int i = 0; i < passed; ++i) {
+        descriptors.append(QVariant::fromValue(QDBusUnixFileDescriptor(0)));
+    }
+    device->change("/x"_s, Device::fillerId, descriptors);
+    QVERIFY(device->isServing());
+
+    for (int file = 0; file < 2; ++file) {
+        QVERIFY(rotates());
+        QVERIFY(device->fillBundle());
+        const quint64 newest = device->result("getMaxLogNr"_s).toULongLong();
+        const quint64 beginning = device->result("getMinLogNr"_s).toULongLong();
+        QVERIFY(newest > files.lastNumber());
+        QVERIFY(isWholeRange(json(0, highest), beginning, newest));
+    }
+    QCOMPARE(keptFiles(), kept);
+    QVERIFY(saysFilesLeftOut(count - oldest - 1)); // not again
+    QCOMPARE(device->outputLines("stored"_s), QStringList());
+    QVERIFY(QFile::exists(Device::logPath(count - 1)));
+    qInfo("%d of %d files readable with a hard limit of %d, %d of them kept open", oldest + 1,
+          count, limit, kept);
 }
 
 void LimitsTest::largeCatalogue()
