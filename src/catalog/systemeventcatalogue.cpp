@@ -26,6 +26,8 @@ uint eventIdFromText(const QString &text)
     return id;
 }
 
+constexpr QLatin1String levelsEnum("LogLevel");
+
 /*!
  * Walks the start elements of a document in order, at any depth, and attaches
  * each to the service, event or enumeration that came last before it. Nesting
@@ -48,6 +50,9 @@ public:
             }
         }
     }
+
+    //! The values of the enumeration of levels, in the order of its items.
+    [[nodiscard]] const QList<int> &levelValues() const { return levels; }
 
 private:
     void startElement()
@@ -112,12 +117,20 @@ private:
     {
         currentEnum = attribute("name");
         catalogue.enums.insert(*currentEnum, {});
+        if (*currentEnum == levelsEnum) {
+            levels.clear();
+        }
     }
 
     void readItem()
     {
-        if (currentEnum) {
-            catalogue.enums[*currentEnum].insert(attribute("value").toInt(), attribute("name"));
+        if (!currentEnum) {
+            return;
+        }
+        const int value = attribute("value").toInt();
+        catalogue.enums[*currentEnum].insert(value, attribute("name"));
+        if (*currentEnum == levelsEnum) {
+            levels.append(value);
         }
     }
 
@@ -126,6 +139,7 @@ private:
     QString service;
     std::optional<uint> currentEvent;
     std::optional<QString> currentEnum;
+    QList<int> levels;
 };
 
 } // namespace
@@ -136,19 +150,21 @@ bool SystemeventCatalogue::load(const QString &fileName)
     if (!file.open(QIODevice::ReadOnly)) {
         return false;
     }
-    CatalogueWalk(&file, *this).run();
-    resolveLogLevels();
+    CatalogueWalk walk(&file, *this);
+    walk.run();
+    resolveLogLevels(walk.levelValues());
     return true;
 }
 
-void SystemeventCatalogue::resolveLogLevels()
+//! Of items with one text the last counts: a table of items alone has lost their order.
+void SystemeventCatalogue::resolveLogLevels(const QList<int> &values)
 {
-    const auto levels = enums.constFind(QStringLiteral("LogLevel"));
+    const auto levels = enums.constFind(levelsEnum);
     if (levels == enums.constEnd()) {
         return;
     }
-    for (auto item = levels->cbegin(); item != levels->cend(); ++item) {
-        logLevels.insert(item.value(), item.key());
+    for (const int value : values) {
+        logLevels.insert(levels->value(value), value);
     }
     for (SystemeventDescription &event : events) {
         event.logLevel = logLevelForName(event.logLevelName);

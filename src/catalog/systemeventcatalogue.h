@@ -4,6 +4,7 @@
 #include "catalog/systemeventdescription.h"
 
 #include <QHash>
+#include <QList>
 #include <QString>
 
 /*!
@@ -27,8 +28,9 @@ public:
 
     QHash<uint, SystemeventDescription> events; //!< by event id
     QHash<QString, QHash<int, QString>> enums;  //!< item texts by value, by enumeration
-    QHash<QString, int> logLevels; //!< the items of the enumeration "LogLevel", by text
+    //! The items of the enumeration "LogLevel", by text; of several with one text the last.
+    QHash<QString, int> logLevels;
 
 private:
-    void resolveLogLevels();
+    void resolveLogLevels(const QList<int> &values);
 };

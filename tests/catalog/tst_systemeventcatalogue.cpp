@@ -41,6 +41,9 @@ private Q_SLOTS:
     void eventLevel_data();
     void eventLevel();
     void levelOfUnknownName();
+    void repeatedLevelNameTakesTheLastNumber();
+    void levelNames_data();
+    void levelNames();
     void withoutLevelsEveryEventHasTheLevelOfAnUnknownName();
 
     void service_data();
@@ -420,6 +423,64 @@ void SystemeventCatalogueTest::eventLevel()
                             <event id="1" )"_s + attribute + "/>"_s);
 
     QTEST(catalogue.events.value(1).logLevel, "level");
+}
+
+//! Of many names: which of two items a table shows first is not the same at every start.
+void SystemeventCatalogueTest::repeatedLevelNameTakesTheLastNumber()
+{
+    constexpr int names = 100;
+    QString items;
+    for (int value = 0; value < 3 * names; ++value) {
+        items
+            += R"(<item value="%1" name="level %2"/>)"_s.arg(3 * names - value).arg(value % names);
+    }
+    QString events;
+    for (int name = 0; name < names; ++name) {
+        events += R"(<event id="%1" loglevel="level %1"/>)"_s.arg(name);
+    }
+
+    const SystemeventCatalogue catalogue
+        = loadedElements(events + R"(<enum name="LogLevel">)"_s + items + "</enum>"_s);
+
+    QCOMPARE(catalogue.logLevels.size(), names);
+    for (int name = 0; name < names; ++name) {
+        QCOMPARE(catalogue.logLevelForName("level %1"_s.arg(name)), names - name);
+        QCOMPARE(catalogue.events.value(uint(name)).logLevel, names - name);
+    }
+}
+
+void SystemeventCatalogueTest::levelNames_data()
+{
+    QTest::addColumn<QString>("document");
+    QTest::addColumn<QHash<QString, int>>("levels");
+    using Levels = QHash<QString, int>;
+
+    QTest::newRow("a value given again names its later text alone")
+        << R"(<enum name="LogLevel"><item value="1" name="a"/><item value="1" name="b"/></enum>)"_s
+        << Levels{{"b"_s, 1}};
+    QTest::newRow("an item given again counts where it stands last")
+        << R"(<enum name="LogLevel"><item value="1" name="a"/><item value="2" name="a"/>
+              <item value="1" name="a"/></enum>)"_s
+        << Levels{{"a"_s, 1}};
+    QTest::newRow("a text that its value lost leaves the name to the other item")
+        << R"(<enum name="LogLevel"><item value="2" name="a"/><item value="1" name="a"/>
+              <item value="1" name="b"/></enum>)"_s
+        << Levels{{"a"_s, 2}, {"b"_s, 1}};
+    QTest::newRow("the enumeration given again begins anew")
+        << R"(<enum name="LogLevel"><item value="1" name="a"/><item value="9" name="c"/></enum>
+              <enum name="LogLevel"><item value="3" name="a"/><item value="2" name="a"/></enum>)"_s
+        << Levels{{"a"_s, 2}};
+    QTest::newRow("other enumerations do not count")
+        << R"(<enum name="LogLevel"><item value="1" name="a"/></enum>
+              <enum name="loglevel"><item value="2" name="a"/></enum>)"_s
+        << Levels{{"a"_s, 1}};
+}
+
+void SystemeventCatalogueTest::levelNames()
+{
+    QFETCH(QString, document);
+
+    QTEST(loadedElements(document).logLevels, "levels");
 }
 
 void SystemeventCatalogueTest::levelOfUnknownName()
