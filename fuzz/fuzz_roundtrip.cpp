@@ -224,6 +224,7 @@ private:
     struct Shown {
         QString object;
         QString message;
+        qint64 workLeft = 0; //!< of an answer after this message alone
         bool isJson = false; //!< a path with a quote makes none
     };
 
@@ -346,7 +347,8 @@ void RoundTrip::expect(const RecordBytes::Fields &fields, const SystemeventDescr
     const QByteArray path
         = fields.path.left(int(qstrnlen(fields.path.constData(), size_t(fields.path.size()))));
     // As the answers have it: in UTF-8, where half of a pair has no place.
-    const QByteArray utf8 = message.text().toUtf8();
+    qint64 workLeft = LiteralText::answerWork;
+    const QByteArray utf8 = message.recordText(workLeft).toUtf8();
     const QString text = QString::fromUtf8(utf8.constData(), utf8.size());
     const QString head = "{\"eventnr\":"_s + QString::number(fields.logNr) + ",\"secs\":\""_s
         + QString::number(fields.seconds) + "."_s + QString::number(quint32(fields.microseconds))
@@ -355,7 +357,7 @@ void RoundTrip::expect(const RecordBytes::Fields &fields, const SystemeventDescr
     const bool isJson = std::all_of(path.cbegin(), path.cend(), [](char c) {
         return static_cast<unsigned char>(c) >= 0x20 && c != '"' && c != '\\';
     });
-    shown.append({head, text, isJson});
+    shown.append({head, text, workLeft, isJson});
 }
 
 //! The message within an object, as JSON has it.
@@ -383,9 +385,11 @@ void RoundTrip::check()
     require(reader.getMinLogNr() == (shown.isEmpty() ? ~quint64(0) : 1), "the smallest is 1");
 
     QStringList objects;
+    qint64 workLeft = LiteralText::answerWork; // after all messages in one answer
     for (int i = 0; i < shown.size(); ++i) {
         const QString object = reader.jsonEntry(quint64(i) + 1, "en"_s);
         objects.append(object);
+        workLeft -= LiteralText::answerWork - shown.at(i).workLeft;
         require(object.startsWith(shown.at(i).object), "an object begins with its record");
         if (shown.at(i).isJson) {
             requireEqual(shown.at(i).message, messageOf(object), "message");
@@ -394,6 +398,9 @@ void RoundTrip::check()
     const std::optional<QString> range
         = reader.jsonRange(1, quint64(shown.size()), "en"_s, noLimit);
     require(range.has_value(), "a range is answered");
+    if (workLeft < 0) {
+        return; // in one answer some of the messages are closed earlier
+    }
     requireEqual("["_s + objects.join(",\n"_s) + "]"_s, *range, "range");
 }
 

@@ -4,6 +4,7 @@
 #include "catalog/placeholder.h"
 #include "catalog/utf8text.h"
 
+#include <algorithm>
 #include <map>
 
 namespace
@@ -92,6 +93,13 @@ void ValueTexts::substituteLive(const QVariant &value)
     }
 }
 
+void ValueTexts::substituteLive(const QList<QVariant> &args, int most)
+{
+    for (int i = 1; i < int(args.size()) && count() < most; ++i) {
+        substituteLive(args.at(i));
+    }
+}
+
 EventTemplate::EventTemplate(const QString &templateText)
     : source(templateText)
     , onePass(templateText.size() <= maxTemplateSize)
@@ -101,11 +109,11 @@ EventTemplate::EventTemplate(const QString &templateText)
         QString::size_type begin = 0;
     };
     std::vector<Found> found;
-    std::map<int, int> valueOfNumber;
+    std::map<int, int> valueOfNumber; // at first the number of occurrences
     QString::size_type position = 0;
     while (const auto placeholder = Placeholder::next(source, position)) {
         found.push_back({*placeholder, position - placeholder->length});
-        valueOfNumber[placeholder->number] = 0;
+        mostOccurrences = std::max(mostOccurrences, ++valueOfNumber[placeholder->number]);
     }
     for (auto &[number, value] : valueOfNumber) {
         value = placeholders++;
@@ -128,6 +136,14 @@ EventTemplate::EventTemplate(const QString &templateText)
         before = &placeholder;
     }
     rest = source.mid(end).toStdString();
+}
+
+qint64 EventTemplate::plainWork(const ValueTexts &values) const
+{
+    const int count = std::min(values.count(), placeholders);
+    const qint64 longest
+        = std::min(source.size() + mostOccurrences * values.size(count), EventText::maxLength);
+    return std::min(qint64(2) * count * longest, EventText::maxWork);
 }
 
 bool EventTemplate::render(const ValueTexts &values, std::string &out) const
@@ -156,12 +172,7 @@ void appendLiveEvent(std::string &out, const QString &templateText, const QList<
 {
     const EventTemplate eventTemplate(templateText);
     ValueTexts values;
-    for (auto value = args.cbegin() + 1; value != args.cend(); ++value) {
-        values.substituteLive(*value);
-        if (values.count() > eventTemplate.valueCount()) {
-            break;
-        }
-    }
+    values.substituteLive(args, eventTemplate.valueCount() + 1);
     if (!eventTemplate.render(values, out)) {
         Utf8Text::append(out, renderLiveEvent(templateText, args));
     }

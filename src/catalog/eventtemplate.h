@@ -27,9 +27,16 @@ public:
     void substitute(double value);
     //! A value as it came with a status change, written as liveValueText() does it.
     void substituteLive(const QVariant &value);
+    //! The values behind the path, at most so many.
+    void substituteLive(const QList<QVariant> &args, int most);
 
     [[nodiscard]] int count() const { return int(ends.size()); }
     [[nodiscard]] std::string_view text(int value) const;
+    //! Of the first values together, in bytes.
+    [[nodiscard]] qint64 size(int values) const
+    {
+        return values == 0 ? 0 : qint64(ends[size_t(values - 1)]);
+    }
     //! Whether a value holds a '%', and so could make a placeholder.
     [[nodiscard]] bool holdsPercent() const { return percent; }
 
@@ -62,6 +69,13 @@ public:
     [[nodiscard]] const QString &text() const { return source; }
     //! The number of different placeholders.
     [[nodiscard]] int valueCount() const { return placeholders; }
+    /*!
+     * The work that EventText takes at most where no value makes a placeholder, but for
+     * the signs that group the digits of localised numbers, and not more than maxWork:
+     * each value that has a placeholder finds and leaves a text not longer than the
+     * template and, as often as its most frequent placeholder, all of these values.
+     */
+    [[nodiscard]] qint64 plainWork(const ValueTexts &values) const;
     //! Appends the text in UTF-8; false, and nothing appended, where EventText is to be used.
     bool render(const ValueTexts &values, std::string &out) const;
 
@@ -76,7 +90,8 @@ private:
     std::vector<Piece> pieces;
     std::string rest; //!< behind the last placeholder
     int placeholders = 0;
-    bool onePass; //!< whether the template as such allows it
+    int mostOccurrences = 0; //!< of one placeholder
+    bool onePass;            //!< whether the template as such allows it
 };
 
 //! Appends in UTF-8 what renderLiveEvent() makes of the same arguments.

@@ -17,18 +17,24 @@
  *
  * Since such values can make a text grow without end, a substitution that would
  * make it longer than maxLength is not made: the text stays as it is and the
- * remaining values are left out. They are left out as well once the substitutions
- * of one text have gone over maxWork characters, which takes a sender of tens of
- * thousands of values, and once no placeholder is left to fill.
+ * remaining values are left out. So it is with one for which there is no work left,
+ * and once no placeholder is left to fill. The work of a substitution is the length
+ * of the text before and after it.
  */
 class EventText
 {
 public:
-    //! In UTF-16 code units.
+    //! In UTF-16 code units, as all lengths and work here.
     static constexpr qint64 maxLength = 1048576;
+    //! The most that a text may take of its own.
     static constexpr qint64 maxWork = 64 * maxLength;
 
-    explicit EventText(QString templateText);
+    /*!
+     * The text has \a ownWork of its own and draws what goes beyond it from a budget,
+     * which it may share with others. That is not owned and must outlive the text;
+     * without one there is nothing beyond.
+     */
+    explicit EventText(QString templateText, qint64 ownWork = maxWork, qint64 *budget = nullptr);
 
     void substitute(const QString &value);
     void substitute(std::string_view utf8);
@@ -47,7 +53,8 @@ private:
     [[nodiscard]] bool admits(qint64 resultLength);
 
     QString current;
-    qint64 work = 0;
+    qint64 ownLeft;
+    qint64 *sharedLeft; //!< null for none
     bool closed = false;
 };
 
@@ -61,6 +68,9 @@ private:
 QString liveValueText(const QVariant &value);
 //! Significant digits of a live double.
 constexpr int liveDoubleDigits = 15;
+
+//! What the text of a status change may take beyond EventTemplate::plainWork().
+constexpr qint64 liveWork = 65536;
 
 /*!
  * Renders a status change: \a args holds the emitter's path, which is not

@@ -1,11 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "catalog/placeholder.h"
 
+namespace
+{
+
+//! QString::arg() takes the digits of every script; -1 for what is none.
+int digitValue(QChar character)
+{
+    const char16_t code = character.unicode();
+    if (code < 0x80) {
+        return code >= u'0' && code <= u'9' ? code - u'0' : -1; // the general way is slow
+    }
+    return character.digitValue();
+}
+
+} // namespace
+
 std::optional<Placeholder> Placeholder::next(const QString &text, QString::size_type &position)
 {
-    // QString::arg() takes the digits of every script.
     const auto digitAt = [&text](QString::size_type at) {
-        return at < text.size() ? text.at(at).digitValue() : -1;
+        return at < text.size() ? digitValue(text.at(at)) : -1;
     };
     while ((position = text.indexOf(QLatin1Char('%'), position)) >= 0) {
         const QString::size_type begin = position++;

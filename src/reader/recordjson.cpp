@@ -2,7 +2,6 @@
 #include "reader/recordjson.h"
 
 #include "binlog/logformat.h"
-#include "catalog/eventtext.h"
 #include "catalog/systemeventcatalogue.h"
 #include "catalog/utf8text.h"
 #include "devicelib/jsonutil.h"
@@ -222,7 +221,7 @@ void RecordJson::renderArguments(std::string &out, const EventKind &kind, LogFil
     substituteArguments(values, kind.event->arguments, *catalogue, file);
     if (!kind.message.render(values, out)) {
         file.seek(begin);
-        EventText text(kind.message.text());
+        EventText text(kind.message.text(), kind.message.plainWork(values) + spareWork, &workLeft);
         substituteArguments(text, kind.event->arguments, *catalogue, file);
         Utf8Text::append(out, text.text());
     }

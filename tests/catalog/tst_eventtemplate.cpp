@@ -114,6 +114,57 @@ private Q_SLOTS:
         QVERIFY(values.holdsPercent());
     }
 
+    void plainWork_data()
+    {
+        QTest::addColumn<QString>("templateText");
+        QTest::addColumn<QStringList>("values");
+        QTest::addColumn<qint64>("substitutions");
+        QTest::addColumn<qint64>("longest");
+        const auto row = [](const char *name, const QString &templateText,
+                            const QStringList &values, qint64 substitutions, qint64 longest) {
+            QTest::newRow(name) << templateText << values << substitutions << longest;
+        };
+        row("a value goes in once", "a %1"_s, {"xyz"_s}, 1, 4 + 3);
+        row("as often as there are values", "%1 %2 %3"_s, {"xyz"_s, "z"_s}, 2, 8 + 4);
+        row("as often as there are placeholders", "%1"_s, {"xyz"_s, "%2%2%2"_s}, 1, 2 + 3);
+        row("all as often as the most frequent", "%1 %2%2%2"_s, {"xyz"_s, "z"_s}, 2, 9 + 3 * 4);
+        row("nothing to fill", "a"_s, {"xyz"_s}, 0, 1);
+        row("values count in UTF-8", "%1"_s, {"\u20ac"_s}, 1, 2 + 3);
+        row("no text is longer than the limit", "%1%2"_s,
+            {QString(600000, QLatin1Char('x')), QString(600000, QLatin1Char('x'))}, 2,
+            EventText::maxLength);
+    }
+    void plainWork()
+    {
+        QFETCH(QString, templateText);
+        QFETCH(QStringList, values);
+        ValueTexts texts;
+        for (const QString &value : values) {
+            texts.substitute(value);
+        }
+        QFETCH(qint64, substitutions);
+        QFETCH(qint64, longest);
+        QCOMPARE(EventTemplate(templateText).plainWork(texts), 2 * substitutions * longest);
+    }
+
+    void plainWorkIsEnoughForPlainValues_data() { leftToEventText_data(); }
+    //! What one pass leaves to EventText is rendered whole where no value makes a placeholder.
+    void plainWorkIsEnoughForPlainValues()
+    {
+        QFETCH(QString, templateText);
+        QFETCH(QStringList, values);
+        ValueTexts texts;
+        for (QString &value : values) {
+            value.replace(QLatin1String("%2"), QLatin1String("% 2"));
+            texts.substitute(value);
+        }
+        EventText text(templateText, EventTemplate(templateText).plainWork(texts));
+        for (const QString &value : values) {
+            text.substitute(value);
+        }
+        QVERIFY(text.text() == literally(templateText, values));
+    }
+
     void valuesAreWrittenAsEventTextWritesThem()
     {
         ValueTexts values;

@@ -33,6 +33,11 @@ private Q_SLOTS:
     void explodingStrings();
     void workIsBounded();
     void manyValuesStopEarly();
+    void workBeyondItsOwnIsTakenFromTheBudget();
+    void substitutionWithoutEnoughWorkIsNotMade_data();
+    void substitutionWithoutEnoughWorkIsNotMade();
+    void growingLiveTextIsClosedEarly();
+    void largeLiveTextIsWhole();
 
     void liveValue_data();
     void liveValue();
@@ -396,6 +401,81 @@ void EventTextTest::manyValuesStopEarly()
 
     // Each value would cost two million characters of work.
     QVERIFY(renderLiveEvent(longest, args) == longest);
+}
+
+//! "%1" of two characters becomes one of ten: twelve characters of work.
+void EventTextTest::workBeyondItsOwnIsTakenFromTheBudget()
+{
+    qint64 budget = 100;
+    EventText one("%1"_s, 8, &budget);
+    EventText another("%1"_s, 24, &budget);
+
+    one.substitute("12345678%1"_s);
+    QCOMPARE(budget, qint64(96));
+    one.substitute("x"_s); // from ten to nine characters, nothing of its own left
+    QCOMPARE(budget, qint64(77));
+    another.substitute("12345678%1"_s);
+    QCOMPARE(budget, qint64(77));
+    another.substitute("x"_s);
+    QCOMPARE(budget, qint64(70));
+    QCOMPARE(one.text(), "12345678x"_s);
+    QCOMPARE(another.text(), "12345678x"_s);
+    QVERIFY(!one.isClosed());
+}
+
+void EventTextTest::substitutionWithoutEnoughWorkIsNotMade_data()
+{
+    QTest::addColumn<qint64>("ownWork");
+    QTest::addColumn<qint64>("shared");
+    QTest::addColumn<bool>("made");
+    QTest::addColumn<qint64>("left");
+
+    QTest::newRow("enough of its own") << qint64(12) << qint64(0) << true << qint64(0);
+    QTest::newRow("enough together") << qint64(5) << qint64(7) << true << qint64(0);
+    QTest::newRow("enough in the budget") << qint64(0) << qint64(13) << true << qint64(1);
+    QTest::newRow("one too little leaves the rest to others")
+        << qint64(5) << qint64(6) << false << qint64(6);
+    QTest::newRow("nothing at all") << qint64(0) << qint64(0) << false << qint64(0);
+}
+
+void EventTextTest::substitutionWithoutEnoughWorkIsNotMade()
+{
+    QFETCH(qint64, ownWork);
+    QFETCH(qint64, shared);
+    QFETCH(bool, made);
+    EventText text("%1"_s, ownWork, &shared);
+
+    text.substitute("12345678%1"_s);
+
+    QCOMPARE(text.text(), made ? "12345678%1"_s : "%1"_s);
+    QCOMPARE(text.isClosed(), !made);
+    QTEST(shared, "left");
+}
+
+//! A status change costs about as much as its size, whatever its values do.
+void EventTextTest::growingLiveTextIsClosedEarly()
+{
+    const QString marks = "%1"_s.repeated(80);
+
+    const QString text = renderLiveEvent("%1"_s, {"/path"_s, marks, marks, marks, ""_s});
+
+    QCOMPARE(text, "%1"_s.repeated(80 * 80));
+}
+
+//! What a datagram can hold, and more, in as many values as there may be.
+void EventTextTest::largeLiveTextIsWhole()
+{
+    QString templateText;
+    QString expected;
+    QVariantList args{"/path"_s};
+    for (int i = 1; i < 100; ++i) {
+        const QString value = QString::number(i) + " % "_s + repeated(u'v', 900);
+        templateText += " %"_s + QString::number(i) + ":"_s;
+        expected += " "_s + value + ":"_s;
+        args.append(value);
+    }
+
+    QVERIFY(renderLiveEvent(templateText, args) == expected);
 }
 
 void EventTextTest::liveValue_data()

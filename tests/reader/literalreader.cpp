@@ -134,6 +134,12 @@ void LiteralReader::addEntry(quint64 logNr, Location location)
 QString LiteralReader::jsonEntry(quint64 logNr, const QString &lang)
 {
     refresh();
+    answerWorkLeft = LiteralText::answerWork;
+    return element(logNr, lang);
+}
+
+QString LiteralReader::element(quint64 logNr, const QString &lang)
+{
     const auto entry = entryIndex.constFind(logNr);
     if (entry == entryIndex.constEnd()) {
         return {};
@@ -181,6 +187,7 @@ std::optional<QString> LiteralReader::jsonRange(quint64 start, quint64 end, cons
     if (start > end) {
         return "[]"_s;
     }
+    answerWorkLeft = LiteralText::answerWork;
     QString answer = "["_s;
     quint64 size = 2; // the brackets
     for (quint64 number = start;; ++number) {
@@ -188,7 +195,7 @@ std::optional<QString> LiteralReader::jsonRange(quint64 start, quint64 end, cons
         if (size >= sizeLimit || end - number > (sizeLimit - size - 1) / 2) {
             return std::nullopt;
         }
-        const QString entry = jsonEntry(number, lang);
+        const QString entry = element(number, lang);
         answer += entry;
         size += quint64(entry.toUtf8().size());
         if (number == end) {
@@ -223,8 +230,10 @@ QString LiteralReader::renderArguments(const QString &message, const Systemevent
             (void)renderPlainValue(text, argument.type, file); // another code reads nothing
         }
     }
-    met.textsCutShort += text.isCutShort() ? 1 : 0;
-    return text.text();
+    QString rendered = text.recordText(answerWorkLeft);
+    met.textsTooLong += text.isTooLong() ? 1 : 0;
+    met.textsTooCostly += text.isTooCostly() ? 1 : 0;
+    return rendered;
 }
 
 //! Substitutes a value of one of the codes 0 to 9; false for another code.

@@ -32,7 +32,8 @@ public:
         quint64 shortNumbers = 0; //!< the file ended within or before them
         quint64 shortValues = 0;  //!< likewise, with a length in front
         quint64 percentValues = 0;
-        quint64 textsCutShort = 0;
+        quint64 textsTooLong = 0;
+        quint64 textsTooCostly = 0;
         quint64 readErrorMessages = 0;
         std::map<int, quint64> types;        //!< by declared type code
         std::map<int, quint64> variantTypes; //!< by stored type code
@@ -64,6 +65,7 @@ private:
     void extendIndex(QFile &file);
     void addEntry(quint64 logNr, Location location);
 
+    QString element(quint64 logNr, const QString &lang);
     QString recordJson(QFile &file, qint64 position, const QString &lang);
     QString body(int eventId, QFile &file, const QString &lang);
     QString renderArguments(const QString &message, const SystemeventDescription &event,
@@ -88,5 +90,6 @@ private:
     const SystemeventCatalogue *catalogue;
     std::map<int, std::unique_ptr<QFile>> fileTable; //!< by file number
     QHash<quint64, Location> entryIndex;             //!< by log number
+    qint64 answerWorkLeft = 0;
     Encounters met;
 };

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "literaltext.h"
 
-#include <limits>
+#include <algorithm>
+#include <map>
 #include <utility>
 
 namespace
 {
 
-//! The occurrences of the placeholder that the next value replaces.
+//! The places of one placeholder in a text.
 struct Occurrences {
-    int number = std::numeric_limits<int>::max();
     qint64 plain = 0;     //!< as "%1"
     qint64 localised = 0; //!< as "%L1"
     qint64 length = 0;    //!< of all together
@@ -30,10 +30,10 @@ int takeNumber(const QString &text, QString::size_type &position)
     return number;
 }
 
-//! The lowest-numbered placeholder of a text, by the rules of QString::arg().
-Occurrences lowestPlaceholder(const QString &text)
+//! All placeholders of a text by their numbers, by the rules of QString::arg().
+std::map<int, Occurrences> placeholders(const QString &text)
 {
-    Occurrences lowest;
+    std::map<int, Occurrences> found;
     QString::size_type position = text.indexOf(QLatin1Char('%'));
     while (position >= 0) {
         const QString::size_type begin = position++;
@@ -42,70 +42,94 @@ Occurrences lowestPlaceholder(const QString &text)
             ++position;
         }
         const int number = takeNumber(text, position);
-        if (number >= 0 && number < lowest.number) {
-            lowest = Occurrences{number};
-        }
-        if (number >= 0 && number == lowest.number) {
-            ++(localised ? lowest.localised : lowest.plain);
-            lowest.length += position - begin;
+        if (number >= 0) {
+            Occurrences &same = found[number];
+            ++(localised ? same.localised : same.plain);
+            same.length += position - begin;
         }
         position = text.indexOf(QLatin1Char('%'), position);
     }
-    return lowest;
+    return found;
 }
 
 template <typename Value>
-qint64 lengthAs(const char *placeholder, const Value &value)
+QString valueAs(const char *placeholder, const Value &value)
 {
-    return QString(QLatin1String(placeholder)).arg(value).size();
+    return QString(QLatin1String(placeholder)).arg(value);
 }
 
 } // namespace
 
-LiteralText::LiteralText(QString templateText)
-    : current(std::move(templateText))
+LiteralText::LiteralText(QString text)
+    : templateText(std::move(text))
 {
 }
 
-template <typename Value>
-void LiteralText::substituteValue(const Value &value)
+/*!
+ * What values without placeholders take at most: each of those that the template has
+ * a placeholder for finds and leaves a text that is not longer than the template and,
+ * as often as its most frequent placeholder, all of these values in UTF-8.
+ */
+qint64 LiteralText::plainWork() const
 {
-    if (closed) {
-        return;
+    const std::map<int, Occurrences> found = placeholders(templateText);
+    qint64 mostFrequent = 0;
+    for (const auto &[number, places] : found) {
+        mostFrequent = std::max(mostFrequent, places.plain + places.localised);
     }
-    const Occurrences found = lowestPlaceholder(current);
-    qint64 length = current.size() - found.length;
-    if (found.plain > 0) {
-        length += found.plain * lengthAs("%1", value);
+    const qint64 count = std::min(qint64(values.size()), qint64(found.size()));
+    qint64 bytes = 0;
+    for (qint64 i = 0; i < count; ++i) {
+        bytes += std::visit([](const auto &value) { return valueAs("%1", value).toUtf8().size(); },
+                            values[std::size_t(i)]);
     }
-    if (found.localised > 0) {
-        length += found.localised * lengthAs("%L1", value);
+    const qint64 longest = std::min(templateText.size() + mostFrequent * bytes, maxLength);
+    return std::min(2 * count * longest, maxPlainWork);
+}
+
+QString LiteralText::render(qint64 ownWork, qint64 &moreWork)
+{
+    tooLong = false;
+    tooCostly = false;
+    QString text = templateText;
+    // Returns whether the next value is to be put in as well.
+    const auto substituted = [&](const auto &value) {
+        const std::map<int, Occurrences> found = placeholders(text);
+        if (found.empty()) {
+            (void)text.arg(value); // warns
+            return false;
+        }
+        const Occurrences &lowest = found.begin()->second;
+        qint64 length = text.size() - lowest.length;
+        length += lowest.plain > 0 ? lowest.plain * valueAs("%1", value).size() : 0;
+        length += lowest.localised > 0 ? lowest.localised * valueAs("%L1", value).size() : 0;
+        const qint64 work = text.size() + length;
+        const qint64 more = work > ownWork ? work - ownWork : 0;
+        tooLong = length > maxLength;
+        tooCostly = !tooLong && more > moreWork;
+        if (tooLong || tooCostly) {
+            return false;
+        }
+        moreWork -= more;
+        ownWork -= work - more;
+        text = text.arg(value);
+        return true;
+    };
+    for (const auto &value : values) {
+        if (!std::visit(substituted, value)) {
+            break;
+        }
     }
-    work += current.size() + length;
-    const bool overLimit = length > maxLength || work > maxWork;
-    cutShort = cutShort || overLimit;
-    closed = overLimit || found.length == 0;
-    if (length <= maxLength) {
-        current = current.arg(value); // with no placeholder left it warns and changes nothing
-    }
+    return text;
 }
 
-void LiteralText::substitute(const QString &value)
+QString LiteralText::liveText()
 {
-    substituteValue(value);
+    qint64 none = 0;
+    return render(plainWork() + liveWork, none);
 }
 
-void LiteralText::substitute(qlonglong value)
+QString LiteralText::recordText(qint64 &answerWorkLeft)
 {
-    substituteValue(value);
-}
-
-void LiteralText::substitute(qulonglong value)
-{
-    substituteValue(value);
-}
-
-void LiteralText::substitute(double value)
-{
-    substituteValue(value);
+    return render(plainWork() + recordWork, answerWorkLeft);
 }

@@ -564,6 +564,36 @@ QByteArray RandomLogs::growingText()
     return recordOf(nextNumber(), int(event.id), "/", values);
 }
 
+QByteArray RandomLogs::costlyTexts(int count)
+{
+    SystemeventDescription event(4002, "costly"_s, "warning"_s, "service"_s);
+    event.descriptions.insert(
+        "en"_s, dice.oneOf(QList<QString>{"%1"_s, "%1 of %L2"_s, "%2, %1%1 \u20AC %3"_s}));
+    constexpr int arguments = 5;
+    for (int i = 0; i < arguments; ++i) {
+        event.arguments.append(SystemeventArgument("value"_s, ArgumentType::String));
+    }
+    events.events.insert(event.id, event);
+
+    const QList<QByteArray> units{"%1", "%1 ", "%2", "%L1", "%1%2", "50 % ", utf8(u"\u20AC%1")};
+    QByteArray bytes;
+    for (; count > 0; --count) {
+        if (dice.chance(30)) {
+            bytes += record();
+            continue;
+        }
+        const QByteArray unit = dice.oneOf(units);
+        const int most = dice.oneOf(QList<int>{3, 8, 20, 40});
+        QByteArray values;
+        for (int i = 0; i < arguments; ++i) {
+            const bool shrinks = dice.chance(i + 1 < arguments ? 10 : 80);
+            values += RecordBytes::sized(unit.repeated(shrinks ? 0 : dice.below(most)));
+        }
+        bytes += recordOf(nextNumber(), int(event.id), "/", values);
+    }
+    return bytes;
+}
+
 QString RandomLogs::fileName()
 {
     static const QList<QString> odd{

@@ -34,6 +34,8 @@ public:
     void damage(QByteArray &bytes);
     //! A record of an event of its own, whose text grows to the limits.
     QByteArray growingText();
+    //! Records of one event, whose texts grow and shrink again; others between them.
+    QByteArray costlyTexts(int count);
     QString fileName();
     QString language();
 

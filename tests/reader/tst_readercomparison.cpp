@@ -90,7 +90,8 @@ void Tally::add(const LiteralReader::Encounters &other)
     met.shortNumbers += other.shortNumbers;
     met.shortValues += other.shortValues;
     met.percentValues += other.percentValues;
-    met.textsCutShort += other.textsCutShort;
+    met.textsTooLong += other.textsTooLong;
+    met.textsTooCostly += other.textsTooCostly;
     met.readErrorMessages += other.readErrorMessages;
     for (const auto &[type, count] : other.types) {
         met.types[type] += count;
@@ -292,6 +293,8 @@ private Q_SLOTS:
     void unreadableBytes();
     void growingTexts_data() { seeds(2); }
     void growingTexts();
+    void costlyTexts_data() { seeds(2); }
+    void costlyTexts();
     void comparedEnough();
 
 private:
@@ -757,6 +760,33 @@ void ReaderComparisonTest::growingTexts()
     }
 }
 
+//! Many texts of one answer that grow, which share its work, with plain ones between them.
+void ReaderComparisonTest::costlyTexts()
+{
+    QFETCH(quint32, seed);
+    constexpr quint32 rounds = 4;
+    const Messages heard;
+    const quint64 before = tally.met.textsTooCostly;
+    for (quint32 round = 0; round < rounds; ++round) {
+        Dice dice(seed, 40000 + round);
+        RandomLogs logs(dice);
+        folder.clear();
+        folder.put("zib0.log"_s, logs.costlyTexts(dice.between(50, 250)), 0);
+        folder.removeOthers();
+        {
+            TwoReaders readers(folder.dir(), &logs.catalogue(), tally);
+            const quint64 last = readers.maximum();
+            (void)readers.range(readers.minimum(), last, "en"_s, noLimit);
+            (void)readers.range(readers.minimum(), last, "en"_s,
+                                noLimit); // with all its work again
+            (void)readers.range(last - quint64(dice.below(20)), last, "en"_s, noLimit);
+            QVERIFY2(readers.difference().isNull(),
+                     qPrintable("round %1: %2"_s.arg(round).arg(readers.difference())));
+        }
+    }
+    QVERIFY(tally.met.textsTooCostly > before);
+}
+
 void ReaderComparisonTest::comparedEnough()
 {
     const LiteralReader::Encounters &met = tally.met;
@@ -765,10 +795,10 @@ void ReaderComparisonTest::comparedEnough()
           tally.directories, tally.questions, tally.refusals, met.records, tally.characters,
           tally.messages);
     qInfo("met: %llu records before their file, %llu of an unopened one, %llu short numbers, "
-          "%llu short values, %llu values with a percent sign, %llu texts cut short, "
-          "%llu messages of read errors",
+          "%llu short values, %llu values with a percent sign, %llu texts too long, "
+          "%llu too costly, %llu messages of read errors",
           met.recordsBeforeTheFile, met.recordsOfAnUnopenedFile, met.shortNumbers, met.shortValues,
-          met.percentValues, met.textsCutShort, met.readErrorMessages);
+          met.percentValues, met.textsTooLong, met.textsTooCostly, met.readErrorMessages);
     if (tally.directories == 0) {
         QSKIP("counts what the other tests compared");
     }
@@ -783,7 +813,8 @@ void ReaderComparisonTest::comparedEnough()
     QVERIFY(met.shortNumbers > 0);
     QVERIFY(met.shortValues > 0);
     QVERIFY(met.percentValues > 0);
-    QVERIFY(met.textsCutShort > 0);
+    QVERIFY(met.textsTooLong > 0);
+    QVERIFY(met.textsTooCostly > 0);
     QVERIFY(met.readErrorMessages > 0);
     for (const int type : {-1, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 255}) {
         QVERIFY2(met.types.count(type) > 0, qPrintable(QString::number(type)));
