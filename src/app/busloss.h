@@ -3,12 +3,19 @@
 
 #include <QObject>
 
+#include <atomic>
+#include <memory>
+
 class QDBusConnection;
 
 /*!
  * Ends the application with status 1 when a connection to the bus is lost. The binding
  * does not connect again, so the process would go on, deaf and mute, for good; a service
  * manager starts a new one.
+ *
+ * Before the event loop runs, the process ends at once instead. Whatever waits for an
+ * answer then would wait for ever: the binding neither passes the loss on nor ends the
+ * calls that have not been answered.
  */
 class BusLoss : public QObject
 {
@@ -19,4 +26,16 @@ public:
 
 private Q_SLOTS:
     void endApplication();
+
+private:
+    //! Known to the binding's thread too, and there as long as the connection.
+    struct State {
+        std::atomic<bool> starting = true;
+        std::atomic<bool> reported = false;
+    };
+
+    static void watch(const QDBusConnection &bus, const std::shared_ptr<State> &state);
+    static void endProcess(State &state);
+
+    std::shared_ptr<State> state = std::make_shared<State>();
 };

@@ -62,7 +62,11 @@ int runDaemon(QCoreApplication &application)
     QDBusConnection bus = QDBusConnection::systemBus();
     const BusLoss busLoss(bus); // before anything is waited for from the bus
     if (!bus.registerService(serviceName)) {
+    const bool hadBus = bus.isConnected();
         qFatal("Registering dbus connection failed.");
+        if (hadBus && !bus.isConnected()) {
+            return QCoreApplication::exec(); // which hears of the loss
+        }
     }
     const zib::BusReading busReading(bus);
     returnMemoryAfterUse(busReading);
