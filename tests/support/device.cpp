@@ -57,12 +57,22 @@ Device::~Device()
 
 void Device::launch()
 {
+    run(QString::fromLocal8Bit(qgetenv("SEL_DAEMON")), {});
+}
+
+void Device::launch(const QString &redirections)
+{
+    run("sh"_s, {"-c"_s, "exec \"$SEL_DAEMON\" "_s + redirections});
+}
+
+void Device::run(const QString &program, const QStringList &arguments)
+{
     daemon = std::make_unique<QProcess>();
     errors.open();
     errors.resize(0);
     daemon->setStandardErrorFile(errors.fileName());
     daemon->setStandardOutputFile(QProcess::nullDevice());
-    daemon->start(QString::fromLocal8Bit(qgetenv("SEL_DAEMON")), QStringList());
+    daemon->start(program, arguments);
     // One that has ended already counts as started.
     if (!daemon->waitForStarted() && daemon->error() == QProcess::FailedToStart) {
         qFatal("the daemon cannot be started (is SEL_DAEMON set?): %s",

@@ -30,6 +30,8 @@ public:
     [[nodiscard]] bool start();
     //! Starts the daemon and waits for nothing.
     void launch();
+    //! The same from a shell, with redirections such as "2>&-".
+    void launch(const QString &redirections);
     //! Whether the log node answers.
     [[nodiscard]] bool isServing();
     //! Ends the daemon by a signal, as a device does.
@@ -72,6 +74,8 @@ public:
     static QByteArray catalogue();
 
 private:
+    void run(const QString &program, const QStringList &arguments);
+
     std::unique_ptr<QProcess> daemon;
     QTemporaryFile errors;
 };

@@ -60,6 +60,8 @@ private Q_SLOTS:
     void numbersGoOnAfterARestart();
     void numbersGoOnAfterARotation();
     void openFilesLimitIsRaised();
+    void standardDescriptorsMayBeMissing_data();
+    void standardDescriptorsMayBeMissing();
 
 private:
     TestBus bus;
@@ -235,6 +237,36 @@ void StartupTest::openFilesLimitIsRaised()
     QCOMPARE(prlimit(pid_t(device->processId()), RLIMIT_NOFILE, nullptr, &raised), 0);
     QCOMPARE(raised.rlim_cur, raised.rlim_max);
     QVERIFY(raised.rlim_cur > 200);
+}
+
+void StartupTest::standardDescriptorsMayBeMissing_data()
+{
+    QTest::addColumn<QString>("redirections");
+    QTest::addColumn<QList<int>>("missing");
+    QTest::newRow("all of them") << "<&- >&- 2>&-"_s << QList<int>{0, 1, 2};
+    QTest::newRow("standard error") << "2>&-"_s << QList<int>{2};
+    QTest::newRow("standard input and output") << "<&- >&-"_s << QList<int>{0, 1};
+}
+
+//! As a bare init script starts it. What it writes there goes nowhere, above all not to the bus.
+void StartupTest::standardDescriptorsMayBeMissing()
+{
+    QFETCH(QString, redirections);
+    QFETCH(QList<int>, missing);
+    const SyslogSocket syslog;
+    device->launch(redirections);
+    QTRY_VERIFY_WITH_TIMEOUT(device->isServing() || !device->isRunning(), busPatience);
+    QVERIFY(device->setProperty("logLocal"_s, true)); // says something at debug level
+    device->change("/x"_s, 1005, {QVariant::fromValue(quint64(1))});
+    device->change("/power/supply"_s, 1001, {true, 12});
+    QVERIFY(device->fillBundle());
+    QVERIFY(device->json().contains("\"msg\":\"Supply mains 1 at 12 percent\"}"_s));
+    const QList<QByteArray> lines = syslog.received();
+    QCOMPARE(lines.value(0).mid(lines.value(0).lastIndexOf(": ")), QByteArray(": Unhandled type"));
+    for (const int descriptor : missing) {
+        const QString path = "/proc/%1/fd/%2"_s.arg(device->processId()).arg(descriptor);
+        QCOMPARE(QFile::symLinkTarget(path), "/dev/null"_s);
+    }
 }
 
 QTEST_GUILESS_MAIN(StartupTest)
