@@ -74,7 +74,7 @@ int runDaemon(QCoreApplication &application)
 
     auto version = std::make_unique<Version>();
     bus.registerObject(QStringLiteral("/version"), version.get(),
-                       QDBusConnection::ExportAllProperties);
+                       QDBusConnection::ExportScriptableProperties);
 
     zib::ziblog.open(serviceName, zib::Ziblog::Local5, zib::Ziblog::NoOption);
     zib::ziblog.setSyslogLevelWarning();

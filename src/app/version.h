@@ -4,8 +4,18 @@
 #include <QObject>
 #include <QString>
 
+//! A QObject whose name, as it is not scriptable, stays off the bus.
+class NamelessObject : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(QString objectName READ objectName WRITE setObjectName SCRIPTABLE false)
+
+public:
+    using QObject::QObject;
+};
+
 //! Tells clients on the bus which build of the daemon runs.
-class Version : public QObject
+class Version : public NamelessObject
 {
     Q_OBJECT
     // Clients in the field use this name, whatever the executable is called.
@@ -17,7 +27,7 @@ class Version : public QObject
     Q_PROPERTY(QString githash READ githash)
 
 public:
-    using QObject::QObject;
+    using NamelessObject::NamelessObject;
 
     [[nodiscard]] QString version() const;
     [[nodiscard]] QString githash() const;

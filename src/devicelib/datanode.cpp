@@ -23,7 +23,7 @@ bool DataNode::dbusRegister()
         qWarning("DataNode: nobody claims the object path %s", qPrintable(path));
     }
     return QDBusConnection::systemBus().registerObject(
-        path, this, QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllProperties);
+        path, this, QDBusConnection::ExportAllSlots | QDBusConnection::ExportScriptableProperties);
 }
 
 void DataNode::dbusUnregister()

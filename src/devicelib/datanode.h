@@ -9,13 +9,15 @@ namespace zib
 
 /*!
  * One node of the process's D-Bus object tree on the system bus. A subclass's
- * public slots and properties become the node's methods and properties.
+ * public slots and scriptable properties become the node's methods and properties.
  *
  * The node leaves the bus when it is destroyed.
  */
 class DataNode : public QObject
 {
     Q_OBJECT
+    // Every QObject has it. Declared anew, as not scriptable, it is none of the node's own.
+    Q_PROPERTY(QString objectName READ objectName WRITE setObjectName SCRIPTABLE false)
 
 public:
     //! The object path is made of \a parentPath, a slash and \a nodeName.

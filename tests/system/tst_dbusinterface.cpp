@@ -10,6 +10,7 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDBusVariant>
 #include <QFile>
 #include <QRegularExpression>
 #include <QTest>
@@ -72,6 +73,8 @@ private Q_SLOTS:
     void gdbusClient();
     void numberPropertiesWrap();
     void readOnlyNumbers();
+    void nameOfTheObjectIsNoProperty_data();
+    void nameOfTheObjectIsNoProperty();
     void wrongTypesDoNoHarm_data();
     void wrongTypesDoNoHarm();
     void clearing();
@@ -231,6 +234,42 @@ void DBusInterfaceTest::readOnlyNumbers()
     QVERIFY(!device->setProperty("minLogNr"_s, 1));
     QVERIFY(!device->setProperty("maxLogNr"_s, 1));
     QVERIFY(!device->setProperty("noSuchProperty"_s, 1));
+}
+
+void DBusInterfaceTest::nameOfTheObjectIsNoProperty_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("interface");
+    QTest::newRow("of the log node") << logNode[1] << "local.LogManager"_s;
+    QTest::newRow("of the log node, without an interface") << logNode[1] << QString();
+    QTest::newRow("of the version node") << versionNode[1] << "local.Version"_s;
+    QTest::newRow("of the version node, without an interface") << versionNode[1] << QString();
+}
+
+//! Every QObject has one. It is answered as any property is that does not exist.
+void DBusInterfaceTest::nameOfTheObjectIsNoProperty()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, interface);
+    QVERIFY(device->start());
+    const auto answer = [&](const QString &method, const QVariantList &arguments) {
+        QDBusMessage message = QDBusMessage::createMethodCall(
+            logNode[0], path, "org.freedesktop.DBus.Properties"_s, method);
+        message.setArguments(QVariantList{interface} + arguments);
+        const QDBusMessage reply = QDBusConnection::systemBus().call(message);
+        return QStringList{reply.errorName(), reply.errorMessage()};
+    };
+    const auto like = [](QStringList unknown) {
+        return unknown.replaceInStrings("noSuchName"_s, "objectName"_s);
+    };
+    const QVariant text = QVariant::fromValue(QDBusVariant("x"_s));
+    const QStringList unknownRead = answer("Get"_s, {"noSuchName"_s});
+    const QStringList unknownWritten = answer("Set"_s, {"noSuchName"_s, text});
+    QVERIFY(!unknownRead[0].isEmpty() && !unknownWritten[0].isEmpty());
+
+    QCOMPARE(answer("Get"_s, {"objectName"_s}), like(unknownRead));
+    QCOMPARE(answer("Set"_s, {"objectName"_s, text}), like(unknownWritten));
+    QCOMPARE(answer("Get"_s, {"objectName"_s}), like(unknownRead));
 }
 
 void DBusInterfaceTest::wrongTypesDoNoHarm_data()
