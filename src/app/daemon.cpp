@@ -8,6 +8,7 @@
 #include "devicelib/factorymanager.h"
 #include "devicelib/ziblog.h"
 #include "manager/logmanager.h"
+#include "messages/boundedmessages.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -61,12 +62,12 @@ int runDaemon(QCoreApplication &application)
     const QString serviceName = zib::SystemeventloggerGlobals::SERVICE_NAME;
     QDBusConnection bus = QDBusConnection::systemBus();
     const BusLoss busLoss(bus); // before anything is waited for from the bus
-    if (!bus.registerService(serviceName)) {
     const bool hadBus = bus.isConnected();
-        qFatal("Registering dbus connection failed.");
+    if (!bus.registerService(serviceName)) {
         if (hadBus && !bus.isConnected()) {
             return QCoreApplication::exec(); // which hears of the loss
         }
+        qFatal("Registering dbus connection failed.");
     }
     const zib::BusReading busReading(bus);
     returnMemoryAfterUse(busReading);
@@ -78,6 +79,7 @@ int runDaemon(QCoreApplication &application)
 
     zib::ziblog.open(serviceName, zib::Ziblog::Local5, zib::Ziblog::NoOption);
     zib::ziblog.setSyslogLevelWarning();
+    const BoundedMessages boundedMessages; // in front of standard error and syslog
 
     LogManager logManager(QStringLiteral("/system"), QStringLiteral("eventlog"), &application);
     logManager.DataNode::dbusRegister();

@@ -2,6 +2,7 @@
 #include "binlog/binaryloginterface.h"
 
 #include "binlog/logformat.h"
+#include "messages/boundedmessages.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -20,9 +21,7 @@
 namespace
 {
 
-// A message of 32 MiB holds millions of values; with a warning each it would hold the
-// daemon for minutes.
-constexpr int warningsPerEvent = 10000;
+constexpr char unhandledType[] = "Unhandled type";
 
 bool ensureDirectory(const QDir &dir)
 {
@@ -141,10 +140,11 @@ void BinaryLogInterface::appendTimestamp(qint64 seconds, qint32 microseconds)
 void BinaryLogInterface::writeEventData(int id, const QList<QVariant> &args)
 {
     appendNumber<qint32>(id);
-    int unhandled = 0;
     for (const QVariant &value : args) {
-        if (!writeValue(value) && ++unhandled <= warningsPerEvent) {
-            qWarning("Unhandled type");
+        // A message can hold millions of them, and a warning takes longer than a value.
+        if (!writeValue(value)
+            && !BoundedMessages::leaveOut(QtWarningMsg, QLatin1String(unhandledType))) {
+            qWarning("%s", unhandledType);
         }
     }
 }

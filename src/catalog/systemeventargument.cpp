@@ -2,6 +2,8 @@
 #include "catalog/systemeventargument.h"
 
 #include "catalog/varianttype.h"
+#include "messages/boundedmessages.h"
+#include "messages/messagebound.h"
 
 #include <QtDebug>
 
@@ -15,6 +17,8 @@ namespace
 //! A name's place is its type code.
 constexpr const char *typeNames[] = {"byte",  "bool",   "int16",  "int32",     "int64",   "uint64",
                                      "float", "double", "string", "bytearray", "variant", "enum"};
+
+constexpr char unknownType[] = "SystemeventArgument::lookupVariant(";
 
 /*!
  * Kept: the decision looks at the primary type alone. Rows for registered types
@@ -42,6 +46,26 @@ int codeOfPrimaryType(int type)
     }
 }
 
+//! What of a value can be seen in a message. Whoever emits a value can make it of any size.
+QVariant visiblePart(const QVariant &value)
+{
+    constexpr int most = MessageBound::mostLength;
+    if (value.userType() == QMetaType::QByteArray) {
+        return value.toByteArray().left(most);
+    }
+    if (value.userType() != QMetaType::QStringList) {
+        return value;
+    }
+    QStringList visible;
+    int room = most;
+    const QStringList all = value.toStringList();
+    for (auto text = all.cbegin(); text != all.cend() && room > 0; ++text) {
+        visible.append(text->left(room));
+        room -= int(visible.constLast().size()) + 2; // its quotation marks
+    }
+    return visible;
+}
+
 } // namespace
 
 int typeFromName(const QString &name)
@@ -61,8 +85,10 @@ SystemeventArgument::SystemeventArgument(QString argumentName, int typeCode)
 int SystemeventArgument::lookupVariant(const QVariant &value)
 {
     const int code = codeOfPrimaryType(primaryType(value));
-    if (code == ArgumentType::Unknown) {
-        qDebug() << "SystemeventArgument::lookupVariant(" << value << "): unknown type;";
+    // A message can hold millions of them, and showing a value takes longer than storing it.
+    if (code == ArgumentType::Unknown
+        && !BoundedMessages::leaveOut(QtDebugMsg, QLatin1String(unknownType))) {
+        qDebug() << unknownType << visiblePart(value) << "): unknown type;";
     }
     return code;
 }

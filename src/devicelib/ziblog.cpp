@@ -5,6 +5,7 @@
 #include <QLocale>
 
 #include <cstring>
+#include <ctime>
 
 #include <paths.h>
 #include <sys/socket.h>
@@ -54,15 +55,28 @@ void send(const QByteArray &line)
                  reinterpret_cast<const sockaddr *>(&address), sizeof(address));
 }
 
-//! The local time as syslog(3) writes it, the day padded with a blank: "Jan  2 03:04:05".
-QByteArray timestamp()
+//! A time as syslog(3) writes it, local, the day padded with a blank: "Jan  2 03:04:05".
+QByteArray textOf(time_t seconds)
 {
-    const QDateTime now = QDateTime::currentDateTime();
+    const QDateTime now = QDateTime::fromSecsSinceEpoch(seconds);
     return QStringLiteral("%1 %2 %3")
         .arg(QLocale::c().toString(now.date(), QStringLiteral("MMM")))
         .arg(now.date().day(), 2)
         .arg(now.time().toString(QStringLiteral("hh:mm:ss")))
         .toLatin1();
+}
+
+//! The present time, made into text once a second: that takes longer than all the rest.
+const QByteArray &timestamp()
+{
+    thread_local time_t second = 0;
+    thread_local QByteArray text;
+    const time_t now = time(nullptr);
+    if (now != second || text.isNull()) {
+        second = now;
+        text = textOf(now);
+    }
+    return text;
 }
 
 } // namespace

@@ -128,7 +128,6 @@ private Q_SLOTS:
     void smallestRecord();
     void goldenRecord_data();
     void goldenRecord();
-    void unhandledTypesAreNotReportedForEver();
     void documentedRecord();
     void timeBefore1970IsStoredAsAbsoluteValue();
     void clockIsTheSystemClock();
@@ -291,26 +290,6 @@ void BinaryLogInterfaceTest::goldenRecord()
     RecordBytes::Fields expected;
     expected.values = bytes;
     QCOMPARE(content(0).toHex(), RecordBytes::record(expected).toHex());
-}
-
-//! A message can carry millions: a warning for each would hold the daemon for minutes.
-void BinaryLogInterfaceTest::unhandledTypesAreNotReportedForEver()
-{
-    constexpr int most = 10000;
-    static int warnings = 0;
-    const auto log = makeLog();
-    const QtMessageHandler before
-        = qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &) {
-              warnings += type == QtWarningMsg ? 1 : 0;
-          });
-    QVariantList values{"/x"_s};
-    values.reserve(2LL * most);
-    for (int i = 0; i < 2 * most; ++i) {
-        values.append(QVariant::fromValue(quint64(i)));
-    }
-    log->logEvent(1001, values);
-    qInstallMessageHandler(before);
-    QCOMPARE(warnings, most);
 }
 
 void BinaryLogInterfaceTest::documentedRecord()

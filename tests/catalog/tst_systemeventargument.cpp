@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "catalog/systemeventargument.h"
 #include "catalog/varianttype.h"
+#include "messages/boundedmessages.h"
+#include "messages/messagebound.h"
 #include "support/literals.h"
 
 #include <QDBusObjectPath>
@@ -21,6 +23,9 @@ private Q_SLOTS:
     void codeOfLiveValue();
     void valueWithoutCode_data();
     void valueWithoutCode();
+    void longValuesAreShownInPart_data();
+    void longValuesAreShownInPart();
+    void whatIsNotShownIsNotMade();
     void primaryTypeOfValue_data();
     void primaryTypeOfValue();
 };
@@ -137,6 +142,73 @@ void SystemeventArgumentTest::valueWithoutCode()
     QTest::ignoreMessage(QtDebugMsg, message.toUtf8().constData());
 
     QCOMPARE(SystemeventArgument::lookupVariant(value), -1);
+}
+
+void SystemeventArgumentTest::longValuesAreShownInPart_data()
+{
+    QTest::addColumn<QVariant>("value");
+
+    QStringList many;
+    QStringList empty;
+    for (int i = 0; i < 5000; ++i) {
+        many.append("text "_s + QString::number(i));
+        empty.append(QString());
+    }
+    const QString text(100000, u'x');
+    QTest::newRow("bytes") << QVariant(QByteArray(100000, 'x'));
+    QTest::newRow("bytes that are not printable") << QVariant(QByteArray(100000, '\x9C'));
+    QTest::newRow("many texts") << QVariant(many);
+    QTest::newRow("a long text among others") << QVariant(QStringList{"short"_s, text, "short"_s});
+    QTest::newRow("empty texts") << QVariant(empty);
+    QTest::newRow("as many as can be seen whole") << QVariant(many.mid(0, 200));
+}
+
+//! What can be seen of the message, which is cut further on, is what it always was.
+void SystemeventArgumentTest::longValuesAreShownInPart()
+{
+    QFETCH(QVariant, value);
+    QString shown;
+    QDebug(&shown).nospace() << value;
+    const QString whole = "SystemeventArgument::lookupVariant( "_s + shown + " ): unknown type;"_s;
+    static QString heard;
+    const QtMessageHandler before = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext &, const QString &message) { heard = message; });
+    const int code = SystemeventArgument::lookupVariant(value);
+    qInstallMessageHandler(before);
+
+    QCOMPARE(code, -1);
+    QCOMPARE(MessageBound::shortened(heard), MessageBound::shortened(whole));
+    QVERIFY(heard.size() < 10 * MessageBound::mostLength);
+}
+
+void SystemeventArgumentTest::whatIsNotShownIsNotMade()
+{
+    static int heard = 0;
+    heard = 0;
+    const QtMessageHandler before = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext &, const QString &) { ++heard; });
+    const QVariant value(QByteArray(MessageBound::mostLength, '\x9C'));
+    constexpr int many = 200 * MessageBound::mostLines;
+    QElapsedTimer timer;
+    qint64 shown = 0;
+    qint64 leftOut = 0;
+    {
+        const BoundedMessages messages;
+        timer.start();
+        for (int i = 0; i < MessageBound::mostLines; ++i) {
+            (void)SystemeventArgument::lookupVariant(value);
+        }
+        shown = timer.restart();
+        for (int i = 0; i < many; ++i) {
+            (void)SystemeventArgument::lookupVariant(value);
+        }
+        leftOut = timer.elapsed();
+    }
+    qInstallMessageHandler(before);
+    qInfo("%d shown: %lld ms, %d left out: %lld ms", MessageBound::mostLines, shown, many, leftOut);
+
+    QCOMPARE(heard, MessageBound::mostLines + 1);   // and how many there were besides
+    QVERIFY(leftOut < 20 * qMax(shown, qint64(1))); // two hundred times as many
 }
 
 void SystemeventArgumentTest::primaryTypeOfValue_data()

@@ -131,6 +131,7 @@ private Q_SLOTS:
     void messageBeyondAsciiIsKept();
     void nothingPassesBeforeTheChannelIsOpened();
     void everyByteIsThatOfSyslog();
+    void timeStampFollowsTheClock();
     void loggerThatDoesNotReadIsNotWaitedFor();
     void loggerMayComeAndGo();
 };
@@ -265,6 +266,24 @@ void ZiblogTest::everyByteIsThatOfSyslog()
     }
     QVERIFY(!original.isEmpty());
     QCOMPARE(ours, original);
+}
+
+//! It is made into text once a second.
+void ZiblogTest::timeStampFollowsTheClock()
+{
+    const auto timeIn = [](const QByteArray &datagram) { return datagram.mid(5, 15); };
+    openChannel();
+    qWarning("disk full");
+    const QByteArray first = timeIn(logger().next());
+    const time_t second = time(nullptr);
+    QTRY_VERIFY(time(nullptr) != second);
+    qWarning("disk full");
+    const QByteArray next = timeIn(logger().next());
+    QVERIFY2(next != first, next.constData());
+    const QDateTime shown = QLocale::c().toDateTime(QString::fromLatin1(next).simplified()
+                                                        + QDate::currentDate().toString(" yyyy"_s),
+                                                    "MMM d hh:mm:ss yyyy"_s);
+    QVERIFY(shown.secsTo(QDateTime::currentDateTime()) < 60);
 }
 
 void ZiblogTest::loggerThatDoesNotReadIsNotWaitedFor()

@@ -5,12 +5,13 @@
 
 # What a folder may include besides itself: folders, or single headers.
 set(allowed_devicelib)
-set(allowed_catalog)
-set(allowed_binlog catalog)
+set(allowed_messages)
+set(allowed_catalog messages)
+set(allowed_binlog catalog messages)
 set(allowed_reader binlog/logformat.h catalog devicelib)
 set(allowed_udp binlog/loginterface.h catalog)
-set(allowed_manager binlog catalog devicelib reader udp)
-set(allowed_app devicelib manager)
+set(allowed_manager binlog catalog devicelib messages reader udp)
+set(allowed_app devicelib manager messages)
 
 cmake_policy(VERSION 3.22)
 
