@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "catalog/eventtext.h"
+#include "rendering/eventtext.h"
 #include "stream.h"
 
 #include <benchmark/benchmark.h>

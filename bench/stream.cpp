@@ -2,8 +2,8 @@
 #include "stream.h"
 
 #include "binlog/binaryloginterface.h"
-#include "binlog/logformat.h"
 #include "folders.h"
+#include "logformat/logformat.h"
 
 #include <QFile>
 

@@ -5,17 +5,17 @@
 // reader; each also the plain way. Values come from the catalogue itself, so that the
 // fuzzer has them in its hand.
 
-#include "catalog/eventtemplate.h"
-#include "catalog/eventtext.h"
 #include "catalog/systemeventcatalogue.h"
 #include "checks.h"
+#include "logformat/encoding.h"
 #include "reader/literaltext.h"
 #include "reader/rewrittenfolder.h"
+#include "rendering/eventtemplate.h"
+#include "rendering/eventtext.h"
 #include "support/literals.h"
 #include "support/recordbytes.h"
 #include "tworeaders.h"
 
-#include <QDBusVariant>
 #include <QLocale>
 
 #include <algorithm>
@@ -100,9 +100,9 @@ QList<QVariant> liveValues(const SystemeventCatalogue &catalogue,
             int(event.id),
             real,
             item,
-            QVariant::fromValue(QDBusVariant(event.logLevelName)),
+            QVariant::fromValue(WrappedValue{event.logLevelName}),
             event.name.toUtf8(),
-            QVariant::fromValue(QDBusVariant(real)),
+            QVariant::fromValue(WrappedValue{real}),
             qlonglong(event.id) << 20,
             true};
 }

@@ -6,10 +6,11 @@
 // and the reader shows exactly these values.
 
 #include "binlog/binaryloginterface.h"
-#include "binlog/logformat.h"
 #include "catalog/systemeventcatalogue.h"
 #include "checks.h"
 #include "input.h"
+#include "logformat/encoding.h"
+#include "logformat/logformat.h"
 #include "memoryfolder.h"
 #include "reader/literaltext.h"
 #include "reader/systemeventlogfilereader.h"
@@ -18,7 +19,6 @@
 
 #include <QBuffer>
 #include <QDBusObjectPath>
-#include <QDBusVariant>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocale>
@@ -138,7 +138,7 @@ QVariant unstoredValue(Input &input)
 
 QVariant wrapped(const QVariant &value)
 {
-    return QVariant::fromValue(QDBusVariant(value));
+    return QVariant::fromValue(WrappedValue{value});
 }
 
 Value takeValue(Input &input)

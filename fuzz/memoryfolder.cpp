@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "memoryfolder.h"
 
-#include "binlog/logformat.h"
 #include "checks.h"
+#include "logformat/logformat.h"
 #include "support/literals.h"
 
 #include <QFile>

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "binlog/logformat.h"
 #include "recordprinter.h"
+
+#include "logformat/bytesource.h"
+#include "logformat/logformat.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -17,27 +19,19 @@ struct Location {
     qint64 size = 0;
 };
 
-//! Walks from trailer to trailer, as there is no other way through a log file.
-Location findRecord(QIODevice &file, quint64 wanted)
+Location findRecord(const QByteArray &content, quint64 wanted)
 {
+    ByteSource file({content.constData(), size_t(content.size())});
+    Location found;
     qint64 end = file.size();
-    while (end > LogFormat::trailerSize) {
-        quint16 length = 0;
-        LogFormat::seek(file, end - LogFormat::trailerSize);
-        LogFormat::read(file, length);
-        const qint64 position = end - LogFormat::trailerSize - length;
-        if (position < 0) {
-            break;
-        }
-        quint64 logNr = 0;
-        LogFormat::seek(file, position);
-        LogFormat::read(file, logNr);
-        if (logNr == wanted) {
-            return {position, end - position};
+    LogFormat::walkBack(file, end, LogFormat::Walk::Tail, [&](qint64 position, quint64 logNr) {
+        if (position >= 0 && logNr == wanted) {
+            found = {position, end - position};
         }
         end = position;
-    }
-    return {};
+        return position > 0 && found.size == 0;
+    });
+    return found;
 }
 
 } // namespace
@@ -57,7 +51,8 @@ int main(int argc, char *argv[])
         qCritical("cannot open the catalogue or the log file");
         return 1;
     }
-    const Location found = findRecord(file, arguments.at(3).toULongLong());
+    const QByteArray content = file.readAll();
+    const Location found = findRecord(content, arguments.at(3).toULongLong());
     if (found.size == 0) {
         qCritical("the file has no record with this number");
         return 1;
@@ -65,8 +60,7 @@ int main(int argc, char *argv[])
     std::printf("offset  bytes                    meaning (bytes %lld to %lld of the file)\n",
                 static_cast<long long>(found.position),
                 static_cast<long long>(found.position + found.size - 1));
-    LogFormat::seek(file, found.position);
-    RecordPrinter printer(file.read(found.size), catalogue);
+    RecordPrinter printer(content.mid(int(found.position), int(found.size)), catalogue);
     if (!printer.print()) {
         qCritical("the bytes do not make a whole record of this catalogue");
         return 1;

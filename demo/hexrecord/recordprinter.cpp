@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "recordprinter.h"
 
-#include "binlog/logformat.h"
+#include "logformat/plausibility.h"
 
 #include <QDateTime>
 
@@ -13,17 +13,6 @@ namespace
 {
 
 constexpr qint64 bytesPerLine = 8;
-
-QString typeName(int code)
-{
-    for (const char *name : {"byte", "bool", "int16", "int32", "int64", "uint64", "float", "double",
-                             "string", "bytearray", "variant", "enum"}) {
-        if (typeFromName(QLatin1String(name)) == code) {
-            return QLatin1String(name);
-        }
-    }
-    return QStringLiteral("unknown");
-}
 
 void printLine(qint64 offset, const QByteArray &bytes, const QString &meaning)
 {
@@ -41,125 +30,114 @@ void printLine(qint64 offset, const QByteArray &bytes, const QString &meaning)
 RecordPrinter::RecordPrinter(QByteArray record, const SystemeventCatalogue &events)
     : bytes(std::move(record))
     , catalogue(events)
+    , input({bytes.constData(), size_t(bytes.size())})
 {
-    input.setBuffer(&bytes);
-    (void)input.open(QIODevice::ReadOnly); // a buffer always opens for reading
 }
 
 bool RecordPrinter::print()
 {
-    if (bytes.size() < LogFormat::valuesOffset) {
+    const LogFormat::RecordHead head = LogFormat::readHead(input, 0);
+    const auto event = catalogue.events.constFind(uint(head.eventId));
+    if (LogFormat::recordFlaw({bytes.constData(), size_t(bytes.size())}) != LogFormat::Flaw::None
+        || event == catalogue.events.constEnd()) {
         return false;
     }
-    printHead();
-    const auto event = catalogue.events.constFind(uint(eventId));
-    if (event == catalogue.events.constEnd()) {
-        return false;
+    printHead(head);
+    printValue({QStringLiteral("path"), ArgumentType::String});
+    for (const SystemeventArgument &argument : event->arguments) {
+        printValue(argument);
     }
-    printValues(*event);
-    return printTail();
+    const bool complete = input.position() == input.size() - LogFormat::trailerSize - 1;
+    printTail();
+    return complete;
 }
 
-template <typename Number>
-Number RecordPrinter::number()
+void RecordPrinter::printHead(const LogFormat::RecordHead &head)
 {
-    Number value{};
-    LogFormat::read(input, value);
-    return value;
+    printField(LogFormat::secondsOffset, QStringLiteral("log number %1").arg(head.logNr));
+    const QString time = QDateTime::fromMSecsSinceEpoch(qint64(head.seconds) * 1000, Qt::UTC)
+                             .toString(Qt::ISODate);
+    printField(LogFormat::microsecondsOffset,
+               QStringLiteral("seconds %1: %2").arg(head.seconds).arg(time));
+    printField(LogFormat::paddingOffset, QStringLiteral("microseconds %1").arg(head.microseconds));
+    printField(LogFormat::eventIdOffset, QStringLiteral("padding"));
+    const QString name = catalogue.events.value(uint(head.eventId)).name;
+    printField(LogFormat::valuesOffset,
+               QStringLiteral("event id %1: %2").arg(head.eventId).arg(name));
 }
 
-void RecordPrinter::printHead()
+void RecordPrinter::printValue(const SystemeventArgument &argument)
 {
-    printField(QStringLiteral("log number %1").arg(number<quint64>()));
-
-    const auto seconds = number<quint64>();
-    const QString time
-        = QDateTime::fromMSecsSinceEpoch(qint64(seconds) * 1000, Qt::UTC).toString(Qt::ISODate);
-    printField(QStringLiteral("seconds %1: %2").arg(seconds).arg(time));
-    printField(QStringLiteral("microseconds %1").arg(number<quint32>()));
-    (void)number<quint32>();
-    printField(QStringLiteral("padding"));
-
-    eventId = number<qint32>();
-    const QString name = catalogue.events.value(uint(eventId)).name;
-    printField(QStringLiteral("event id %1: %2").arg(eventId).arg(name));
-}
-
-void RecordPrinter::printValues(const SystemeventDescription &event)
-{
-    printText(QStringLiteral("path"));
-    for (const SystemeventArgument &argument : event.arguments) {
-        printValue(argument.name, argument.type, argument.enumName);
+    const qint64 begin = input.position();
+    const StoredValue value = LogFormat::readValue(input, argument.type);
+    const qint64 end = input.position();
+    const QString type = typeName(value.type);
+    if (argument.type == ArgumentType::Variant) {
+        printField(begin + qint64(sizeof(qint16)),
+                   QStringLiteral("%1, variant: type code %2, %3")
+                       .arg(argument.name)
+                       .arg(value.inVariant ? value.type : int(value.integer))
+                       .arg(typeName(value.inVariant ? value.type : int(value.integer))));
     }
-}
-
-void RecordPrinter::printValue(const QString &name, int type, const QString &enumName)
-{
-    switch (type) {
-    case ArgumentType::String:
-        printText(name);
-        break;
-    case ArgumentType::Variant: {
-        const int wrapped = number<qint16>();
-        printField(QStringLiteral("%1, variant: type code %2, %3")
-                       .arg(name)
-                       .arg(wrapped)
-                       .arg(typeName(wrapped)));
-        printValue(name, wrapped, {});
-        break;
-    }
-    case ArgumentType::Enum: {
-        const int value = number<quint8>();
-        const QString text = catalogue.enumText(enumName, value);
-        printField(QStringLiteral("%1, enum %2: %3, %4").arg(name, enumName).arg(value).arg(text));
-        break;
-    }
-    default:
-        const QString text = plainValue(type);
-        printField(QStringLiteral("%1, %2: %3").arg(name, typeName(type), text));
+    if (value.type == ArgumentType::String || value.type == ArgumentType::ByteArray) {
+        printField(end - qint64(value.bytes.size()),
+                   QStringLiteral("%1, %2: %3 bytes of UTF-8")
+                       .arg(argument.name, type)
+                       .arg(value.bytes.size()));
+        printField(end, valueText(value, argument.enumName));
+    } else {
+        const QString kind
+            = value.type == ArgumentType::Enum ? type + QLatin1Char(' ') + argument.enumName : type;
+        printField(end,
+                   QStringLiteral("%1, %2: %3")
+                       .arg(argument.name, kind, valueText(value, argument.enumName)));
     }
 }
 
-//! The types that a value on the bus can be stored as; another one consumes nothing.
-QString RecordPrinter::plainValue(int type)
+QString RecordPrinter::valueText(const StoredValue &value, const QString &enumName) const
 {
-    switch (type) {
+    switch (ArgumentType::Code(value.type)) {
     case ArgumentType::Bool:
-        return number<quint8>() != 0 ? QStringLiteral("true") : QStringLiteral("false");
+        return value.integer != 0 ? QStringLiteral("true") : QStringLiteral("false");
+    case ArgumentType::Byte:
+    case ArgumentType::Int16:
     case ArgumentType::Int32:
-        return QString::number(number<qint32>());
     case ArgumentType::Int64:
-        return QString::number(number<qint64>());
+        return QString::number(value.integer);
+    case ArgumentType::UInt64:
+        return QString::number(quint64(value.integer));
+    case ArgumentType::Float:
     case ArgumentType::Double:
-        return QString::number(number<double>());
-    default:
-        return QStringLiteral("not stored");
+        return QString::number(value.real);
+    case ArgumentType::String:
+    case ArgumentType::ByteArray:
+        return QStringLiteral("\"%1\"").arg(
+            QString::fromUtf8(value.bytes.data(), QString::size_type(value.bytes.size())));
+    case ArgumentType::Enum:
+        return QStringLiteral("%1, %2")
+            .arg(value.integer)
+            .arg(catalogue.enumText(enumName, int(value.integer)));
+    case ArgumentType::Variant:
+    case ArgumentType::Unknown:
+        break;
     }
+    return QStringLiteral("not stored");
 }
 
-void RecordPrinter::printText(const QString &name)
+void RecordPrinter::printTail()
 {
-    const int length = number<quint16>();
-    printField(QStringLiteral("%1, string: %2 bytes of UTF-8").arg(name).arg(length));
-    const QByteArray text = input.read(length);
-    printField(QStringLiteral("\"%1\"").arg(QString::fromUtf8(text)));
+    const qint64 trailer = input.size() - LogFormat::trailerSize;
+    printField(trailer, QStringLiteral("end mark"));
+    input.seek(trailer);
+    const auto length = LogFormat::readNumber<quint16>(input);
+    printField(input.size(), QStringLiteral("trailer: %1 bytes stand before it").arg(length));
 }
 
-bool RecordPrinter::printTail()
-{
-    const char endMark = number<char>();
-    printField(QStringLiteral("end mark"));
-    const qint64 length = number<quint16>();
-    printField(QStringLiteral("trailer: %1 bytes stand before it").arg(length));
-    return endMark == LogFormat::endMark && input.atEnd()
-        && length == bytes.size() - LogFormat::trailerSize;
-}
-
-void RecordPrinter::printField(const QString &meaning)
+void RecordPrinter::printField(qint64 end, const QString &meaning)
 {
     QString text = meaning;
-    while (printed < input.pos()) {
-        const qint64 size = std::min(bytesPerLine, input.pos() - printed);
+    while (printed < end) {
+        const qint64 size = std::min(bytesPerLine, end - printed);
         printLine(printed, bytes.mid(int(printed), int(size)), text);
         printed += size;
         text.clear(); // a long field goes on below without it

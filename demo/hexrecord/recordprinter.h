@@ -2,8 +2,9 @@
 #pragma once
 
 #include "catalog/systemeventcatalogue.h"
+#include "logformat/bytesource.h"
+#include "logformat/storedvalue.h"
 
-#include <QBuffer>
 #include <QByteArray>
 #include <QString>
 
@@ -22,20 +23,15 @@ public:
     [[nodiscard]] bool print();
 
 private:
-    void printHead();
-    void printValues(const SystemeventDescription &event);
-    void printValue(const QString &name, int type, const QString &enumName);
-    void printText(const QString &name);
-    [[nodiscard]] bool printTail();
-    template <typename Number>
-    Number number();
-    QString plainValue(int type);
-    //! Prints the bytes between the last printed one and the reading position.
-    void printField(const QString &meaning);
+    void printHead(const LogFormat::RecordHead &head);
+    void printValue(const SystemeventArgument &argument);
+    void printTail();
+    [[nodiscard]] QString valueText(const StoredValue &value, const QString &enumName) const;
+    //! Prints the bytes between the last printed one and a place of the record.
+    void printField(qint64 end, const QString &meaning);
 
     QByteArray bytes;
     const SystemeventCatalogue &catalogue;
-    QBuffer input;
+    ByteSource input;
     qint64 printed = 0; //!< bytes that have had their line
-    qint32 eventId = 0;
 };

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "binlog/binaryloginterface.h"
 
-#include "binlog/logformat.h"
+#include "logformat/encoding.h"
+#include "logformat/logformat.h"
 #include "messages/boundedmessages.h"
 
 #include <QFile>
@@ -108,7 +109,7 @@ void BinaryLogInterface::logEvent(int id, const QList<QVariant> &args)
 
 void BinaryLogInterface::beginRecord()
 {
-    recordLength = 0;
+    recordBegin = bundle.size();
     if (flushTimerId == 0) {
         flushTimerId
             = startTimer(1000 * flushInterval, Qt::PreciseTimer); // a coarse one fires early
@@ -117,7 +118,7 @@ void BinaryLogInterface::beginRecord()
 
 void BinaryLogInterface::writeLogNr()
 {
-    appendNumber<quint64>(logNr);
+    LogFormat::appendLogNr(bundle, logNr);
     ++logNr;
 }
 
@@ -132,17 +133,15 @@ void BinaryLogInterface::writeTimestamp()
 
 void BinaryLogInterface::appendTimestamp(qint64 seconds, qint32 microseconds)
 {
-    appendNumber<qint64>(qAbs(seconds));
-    appendNumber<qint32>(microseconds);
-    appendNumber<qint32>(0);
+    LogFormat::appendTimestamp(bundle, seconds, microseconds);
 }
 
 void BinaryLogInterface::writeEventData(int id, const QList<QVariant> &args)
 {
-    appendNumber<qint32>(id);
+    LogFormat::appendEventId(bundle, id);
     for (const QVariant &value : args) {
         // A message can hold millions of them, and a warning takes longer than a value.
-        if (!writeValue(value)
+        if (!LogFormat::appendValue(bundle, value)
             && !BoundedMessages::leaveOut(QtWarningMsg, QLatin1String(unhandledType))) {
             qWarning("%s", unhandledType);
         }
@@ -151,27 +150,11 @@ void BinaryLogInterface::writeEventData(int id, const QList<QVariant> &args)
 
 void BinaryLogInterface::endRecord()
 {
-    appendNumber<char>(LogFormat::endMark);
-    LogFormat::append<quint16>(bundle, recordLength);
+    LogFormat::appendTail(bundle, recordBegin);
     ++recordsInBundle;
     if (uint(bundle.size()) > maxBundleSize) {
         writeBundle();
     }
-}
-
-template <typename Number>
-void BinaryLogInterface::appendNumber(Number value)
-{
-    LogFormat::append<Number>(bundle, value);
-    recordLength = quint16(recordLength + sizeof(Number));
-}
-
-bool BinaryLogInterface::writeValue(const QVariant &value)
-{
-    const auto sizeBefore = bundle.size();
-    const bool isHandled = LogFormat::appendValue(bundle, value);
-    recordLength = quint16(recordLength + (bundle.size() - sizeBefore));
-    return isHandled;
 }
 
 void BinaryLogInterface::writeBundle()

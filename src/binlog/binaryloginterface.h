@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "binlog/loginterface.h"
+#include "output/loginterface.h"
 
 #include <QByteArray>
 #include <QDir>
@@ -86,10 +86,6 @@ protected:
     void appendTimestamp(qint64 seconds, qint32 microseconds);
 
 private:
-    //! False for a value of a type that has no encoding.
-    [[nodiscard]] bool writeValue(const QVariant &value);
-    template <typename Number>
-    void appendNumber(Number value);
     // Each is false, with the reason in errno, when it could not be done.
     [[nodiscard]] bool returnToDirectory();
     [[nodiscard]] bool mendFile();
@@ -112,7 +108,7 @@ private:
     int recordsInBundle = 0;
     int flushInterval;
     QDir logDir;
-    quint16 recordLength = 0;           //!< bytes of the record under construction
+    qint64 recordBegin = 0;             //!< of the record under construction, in the bundle
     int flushTimerId = 0;               //!< 0 when no timer runs
     std::unique_ptr<QFile> currentFile; //!< what device points to
     bool outage = false;                //!< whether the last bundle could not be stored

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "reader/recordjson.h"
 
-#include "binlog/logformat.h"
 #include "catalog/systemeventcatalogue.h"
-#include "catalog/utf8text.h"
-#include "devicelib/jsonutil.h"
+#include "logformat/logformat.h"
+#include "logformat/storedvalue.h"
 #include "reader/logfilecursor.h"
+#include "rendering/jsonutil.h"
+#include "rendering/utf8text.h"
 
 #include <string_view>
 #include <utility>
@@ -15,107 +16,67 @@ namespace
 
 constexpr std::string_view readError = "readerror";
 
-struct Bytes {
-    std::string_view content; //!< valid until the next reading
-    bool complete = false;
-};
-
-//! A value with its length in front; incomplete where the file ends before it does.
-Bytes readSized(LogFileCursor &file)
-{
-    quint16 length = 0;
-    if (LogFormat::read(file, length) < qint64(sizeof length)) {
-        return {};
-    }
-    const std::string_view content = file.take(length);
-    return {content, content.size() == length};
-}
-
 std::string_view upToZeroByte(std::string_view bytes)
 {
     return bytes.substr(0, bytes.find('\0'));
 }
 
-std::string_view readString(LogFileCursor &file)
-{
-    const Bytes bytes = readSized(file);
-    return bytes.complete ? bytes.content : readError;
-}
-
-//! What the file does not hold of a number counts as zero.
-template <typename Number>
-Number readNumber(LogFileCursor &file)
-{
-    Number value{};
-    LogFormat::read(file, value);
-    return value;
-}
-
-//! Substitutes a value of one of the codes Byte to ByteArray; false for another code.
+//! Substitutes what stands for a variant whose content cannot be read.
 template <typename Text>
-bool substitutePlainValue(Text &text, int type, LogFileCursor &file)
+void substituteUnreadable(Text &text, const StoredValue &variant)
 {
-    switch (type) {
-    case ArgumentType::Byte:
-        text.substitute(QString(QLatin1Char(readNumber<char>(file))));
-        return true;
-    case ArgumentType::Bool:
-        text.substitute(qlonglong(readNumber<quint8>(file) != 0 ? 1 : 0));
-        return true;
-    case ArgumentType::Int16:
-        text.substitute(qlonglong(readNumber<qint16>(file)));
-        return true;
-    case ArgumentType::Int32:
-        text.substitute(qlonglong(readNumber<qint32>(file)));
-        return true;
-    case ArgumentType::Int64:
-        text.substitute(qlonglong(readNumber<qint64>(file)));
-        return true;
-    case ArgumentType::UInt64:
-        text.substitute(qulonglong(readNumber<quint64>(file)));
-        return true;
-    case ArgumentType::Float:
-        text.substitute(double(readNumber<float>(file)));
-        return true;
-    case ArgumentType::Double:
-        text.substitute(readNumber<double>(file));
-        return true;
-    case ArgumentType::String:
-        text.substitute(readString(file));
-        return true;
-    case ArgumentType::ByteArray:
-        text.substitute(upToZeroByte(readString(file)));
-        return true;
-    default:
-        return false;
-    }
-}
-
-template <typename Text>
-void substituteVariant(Text &text, LogFileCursor &file)
-{
-    qint16 type = 0;
-    if (LogFormat::read(file, type) < qint64(sizeof type)) {
+    if (variant.state == StoredValue::State::TooShort) {
         return;
     }
-    if (type == ArgumentType::Unknown) {
-        text.substitute(
-            std::string_view("type: \"UNKNOWN\", more errors in this logentry possible"));
-    } else if (!substitutePlainValue(text, type, file)) {
-        text.substitute(std::string_view("unknown type, expect more errors in this entry!"));
-    }
+    text.substitute(
+        variant.integer == ArgumentType::Unknown
+            ? std::string_view("type: \"UNKNOWN\", more errors in this logentry possible")
+            : std::string_view("unknown type, expect more errors in this entry!"));
 }
 
+//! Substitutes a value of an argument.
 template <typename Text>
-void substituteEnum(Text &text, const QString &enumName, const SystemeventCatalogue &catalogue,
-                    LogFileCursor &file)
+void substitute(Text &text, const StoredValue &value, const SystemeventArgument &argument,
+                const SystemeventCatalogue &catalogue)
 {
-    quint8 value = 0;
-    if (LogFormat::read(file, value) < 1) {
-        text.substitute(readError);
-    } else {
-        text.substitute(catalogue.enumText(enumName, value));
+    switch (ArgumentType::Code(value.type)) {
+    case ArgumentType::Byte:
+        text.substitute(QString(QLatin1Char(char(value.integer))));
+        return;
+    case ArgumentType::Bool:
+    case ArgumentType::Int16:
+    case ArgumentType::Int32:
+    case ArgumentType::Int64:
+        text.substitute(qlonglong(value.integer));
+        return;
+    case ArgumentType::UInt64:
+        text.substitute(qulonglong(value.integer));
+        return;
+    case ArgumentType::Float:
+    case ArgumentType::Double:
+        text.substitute(value.real);
+        return;
+    case ArgumentType::String:
+        text.substitute(value.isWhole() ? value.bytes : readError);
+        return;
+    case ArgumentType::ByteArray:
+        text.substitute(value.isWhole() ? upToZeroByte(value.bytes) : readError);
+        return;
+    case ArgumentType::Variant:
+        substituteUnreadable(text, value);
+        return;
+    case ArgumentType::Enum:
+        if (value.isWhole()) {
+            text.substitute(catalogue.enumText(argument.enumName, int(value.integer)));
+        } else {
+            text.substitute(readError);
+        }
+        return;
+    case ArgumentType::Unknown:
+        text.substitute(std::string_view("unknown argument type! further errors ahead!"));
+        return;
     }
+    // Another code has read nothing and leaves its placeholder to the next argument.
 }
 
 //! Substitutes the values of all declared arguments, read from the cursor's position on.
@@ -124,20 +85,7 @@ void substituteArguments(Text &text, const QList<SystemeventArgument> &arguments
                          const SystemeventCatalogue &catalogue, LogFileCursor &file)
 {
     for (const SystemeventArgument &argument : arguments) {
-        switch (argument.type) {
-        case ArgumentType::Unknown:
-            text.substitute(std::string_view("unknown argument type! further errors ahead!"));
-            break;
-        case ArgumentType::Variant:
-            substituteVariant(text, file);
-            break;
-        case ArgumentType::Enum:
-            substituteEnum(text, argument.enumName, catalogue, file);
-            break;
-        default:
-            // Another code reads nothing and leaves its placeholder to the next argument.
-            (void)substitutePlainValue(text, argument.type, file);
-        }
+        substitute(text, LogFormat::readValue(file, argument.type), argument, catalogue);
     }
 }
 
@@ -171,47 +119,36 @@ const RecordJson::EventKind *RecordJson::eventKind(int eventId)
 
 void RecordJson::append(std::string &out, LogFileCursor &file, qint64 position)
 {
-    LogFormat::seek(file, position + LogFormat::logNrOffset);
-    const auto storedLogNr = readNumber<quint64>(file);
-
-    LogFormat::seek(file, position + LogFormat::timestampOffset);
-    std::array<char, LogFormat::timestampSize> timestamp{};
-    file.read(timestamp.data(), LogFormat::timestampSize);
-    const auto seconds = qFromLittleEndian<quint64>(timestamp.data());
-    const auto microseconds = qFromLittleEndian<quint32>(timestamp.data() + sizeof seconds);
-
-    LogFormat::seek(file, position + LogFormat::eventIdOffset);
-    const auto eventId = readNumber<qint32>(file);
-    LogFormat::seek(file, position + LogFormat::valuesOffset);
+    const LogFormat::RecordHead head = LogFormat::readHead(file, position);
 
     out += "{\"eventnr\":";
-    Utf8Text::append(out, storedLogNr);
+    Utf8Text::append(out, head.logNr);
     out += ",\"secs\":\"";
-    Utf8Text::append(out, seconds);
+    Utf8Text::append(out, head.seconds);
     out += '.';
     // Kept: microseconds are written without leading zeros, so that 5 of them
     // and half a second look the same.
-    Utf8Text::append(out, microseconds);
+    Utf8Text::append(out, head.microseconds);
     out += "\",\"eventtype\":";
-    if (const EventKind *const kind = eventKind(eventId)) {
+    if (const EventKind *const kind = eventKind(head.eventId)) {
         out += kind->beforePath;
         appendPath(out, file);
         out += "\",\"msg\":\"";
         const size_t messageBegin = out.size();
         renderArguments(out, *kind, file);
-        zib::jsonUtil::escapeFrom(out, messageBegin);
+        jsonUtil::escape(out, messageBegin);
         out += "\"}";
     } else {
-        Utf8Text::append(out, eventId);
+        Utf8Text::append(out, head.eventId);
         out += ",\"error\":\"Lookup of typeid ";
-        Utf8Text::append(out, eventId);
+        Utf8Text::append(out, head.eventId);
         out += " failed.\"}";
     }
 }
 
 void RecordJson::appendPath(std::string &out, LogFileCursor &file) const
 {
-    Utf8Text::appendLatin1(out, upToZeroByte(file.take(readNumber<quint16>(file))));
+    Utf8Text::appendLatin1(out, upToZeroByte(file.take(LogFormat::readNumber<quint16>(file))));
 }
 
 void RecordJson::renderArguments(std::string &out, const EventKind &kind, LogFileCursor &file)

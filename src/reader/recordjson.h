@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "catalog/eventtemplate.h"
-#include "catalog/eventtext.h"
+#include "rendering/eventtemplate.h"
+#include "rendering/eventtext.h"
 
 #include <QString>
 

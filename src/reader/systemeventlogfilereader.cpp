@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "reader/systemeventlogfilereader.h"
 
-#include "binlog/logformat.h"
+#include "logformat/logformat.h"
 #include "reader/recordjson.h"
 
 #include <QFile>
@@ -178,23 +178,16 @@ void SystemeventLogfileReader::scanFile(int fileNr, LogFile &file,
 {
     cursor.use(file);
     file.announceReading(); // nobody expects to be read backwards
-    qint64 position = file.size();
-    do {
-        quint16 recordLength = 0;
-        LogFormat::seek(cursor, position - LogFormat::trailerSize);
-        LogFormat::read(cursor, recordLength);
-        position -= LogFormat::trailerSize + recordLength;
-        LogIndexEntry entry{0, position, fileNr};
-        LogFormat::seek(cursor, position);
-        LogFormat::read(cursor, entry.logNr);
-        // In a file of zeros every other byte is a record 0: the last one holds, none piles up.
-        if (found.empty() || found.back().logNr != entry.logNr) {
-            found.push_back(entry);
-        } else {
-            found.back() = entry;
-        }
-        LogFormat::seek(cursor, position);
-    } while (position > 0);
+    LogFormat::walkBack(cursor, file.size(), LogFormat::Walk::WholeFile,
+                        [&found, fileNr](qint64 position, quint64 logNr) {
+                            // In a file of zeros every other byte is a record 0: the last one
+                            // holds, none piles up.
+                            if (!found.empty() && found.back().logNr == logNr) {
+                                found.pop_back();
+                            }
+                            found.push_back({logNr, position, fileNr});
+                            return true;
+                        });
 }
 
 void SystemeventLogfileReader::updateIndex()
@@ -216,26 +209,19 @@ std::vector<LogIndexEntry> SystemeventLogfileReader::newEntries(LogFile &file)
     std::vector<LogIndexEntry> found;
     QSet<quint64> foundNumbers;
     cursor.use(file);
-    qint64 position = file.size();
-    while (true) {
-        const qint64 trailerPosition = position - LogFormat::trailerSize;
-        quint16 recordLength = 0;
-        LogFormat::seek(cursor, trailerPosition);
-        if (LogFormat::read(cursor, recordLength) < 1 || trailerPosition <= 0) {
-            qDebug() << "read error:" << file.fileName() << " seekpos:" << trailerPosition;
-            return found;
-        }
-        position = trailerPosition - recordLength;
-        LogIndexEntry entry{0, position, 0};
-        LogFormat::seek(cursor, position);
-        LogFormat::read(cursor, entry.logNr);
-        if (index.contains(entry.logNr) || foundNumbers.contains(entry.logNr)) {
-            return found;
-        }
-        found.push_back(entry);
-        foundNumbers.insert(entry.logNr);
-        LogFormat::seek(cursor, position);
+    const auto trailer = LogFormat::walkBack(
+        cursor, file.size(), LogFormat::Walk::Tail, [&](qint64 position, quint64 logNr) {
+            if (index.contains(logNr) || foundNumbers.contains(logNr)) {
+                return false;
+            }
+            found.push_back({logNr, position, 0});
+            foundNumbers.insert(logNr);
+            return true;
+        });
+    if (trailer) {
+        qDebug() << "read error:" << file.fileName() << " seekpos:" << *trailer;
     }
+    return found;
 }
 
 QString SystemeventLogfileReader::jsonEntry(quint64 logNr, const QString &lang)

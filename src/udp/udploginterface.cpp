@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "udp/udploginterface.h"
 
-#include "catalog/eventtemplate.h"
 #include "catalog/systemeventcatalogue.h"
-#include "catalog/utf8text.h"
+#include "rendering/eventtemplate.h"
+#include "rendering/utf8text.h"
 
 #include <QDateTime>
 #include <QFile>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "binlog/loginterface.h"
+#include "output/loginterface.h"
 
 #include <QHostAddress>
 #include <QString>

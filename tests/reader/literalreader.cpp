@@ -2,7 +2,6 @@
 #include "literalreader.h"
 
 #include "catalog/systemeventcatalogue.h"
-#include "devicelib/jsonutil.h"
 #include "literaltext.h"
 #include "support/literals.h"
 
@@ -29,6 +28,27 @@ QByteArray upToZeroByte(const QByteArray &bytes)
 {
     const auto end = bytes.indexOf('\0');
     return end < 0 ? bytes : bytes.left(end);
+}
+
+//! A message as it stands in a JSON string.
+QString jsonText(const QString &message)
+{
+    static const QString shortForms = "\"\"\\\\\bb\ff\nn\rr\tt"_s; // a character, then its letter
+    QString text;
+    for (const QChar character : message) {
+        const auto found = shortForms.indexOf(character);
+        if (found >= 0 && found % 2 == 0) {
+            text += QLatin1Char('\\') + shortForms.at(found + 1);
+        } else if (character.unicode() < 0x20) {
+            text += "\\u"_s
+                + QString::number(character.unicode(), 16)
+                      .toUpper()
+                      .rightJustified(4, QLatin1Char('0'));
+        } else {
+            text += character;
+        }
+    }
+    return text;
 }
 
 } // namespace
@@ -177,7 +197,7 @@ QString LiteralReader::body(int eventId, QFile &file, const QString &lang)
     const QByteArray path = upToZeroByte(file.read(readNumber<quint16>(file)));
     const QString message = renderArguments(event->description(lang), *event, file);
     return "\"loglevel\":\""_s + event->logLevelName + "\",\"path\":\""_s
-        + QString::fromLatin1(path) + "\",\"msg\":\""_s + zib::jsonUtil::escape(message) + "\""_s;
+        + QString::fromLatin1(path) + "\",\"msg\":\""_s + jsonText(message) + "\""_s;
 }
 
 std::optional<QString> LiteralReader::jsonRange(quint64 start, quint64 end, const QString &lang,

@@ -12,11 +12,11 @@
 #include "../reader/rewrittenfolder.h"
 #include "binlog/binaryloginterface.h"
 #include "catalog/systemeventcatalogue.h"
+#include "logformat/encoding.h"
 #include "reader/systemeventlogfilereader.h"
 #include "support/literals.h"
 #include "support/readfaults.h"
 
-#include <QDBusVariant>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
@@ -218,7 +218,7 @@ void DamageTableTest::writeLog()
         const int length = i % 20 * 60;
         log.logEvent(1002, {"/ui"_s, QString(length, QLatin1Char('x')) + "Tür"_s});
         log.logEvent(1003, {"/power/battery"_s});
-        log.logEvent(1004, {"/sensor/1"_s, QVariant::fromValue(QDBusVariant(i))});
+        log.logEvent(1004, {"/sensor/1"_s, QVariant::fromValue(WrappedValue{i})});
         log.logEvent(1005, {"/net"_s, qint64(i), QChar(u'A')});
         log.logEvent(4711, {"/unknown"_s, i});
     }

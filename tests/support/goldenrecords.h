@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "catalog/systemeventargument.h"
+#include "logformat/argumenttype.h"
+#include "logformat/encoding.h"
 #include "support/literals.h"
 
 #include <QByteArray>
 #include <QDBusObjectPath>
-#include <QDBusVariant>
 #include <QList>
 #include <QVariant>
 
@@ -28,7 +28,7 @@ struct GoldenRecord {
 
 inline QVariant wrapped(const QVariant &value)
 {
-    return QVariant::fromValue(QDBusVariant(value));
+    return QVariant::fromValue(WrappedValue{value});
 }
 
 // NOLINTNEXTLINE(readability-function-size): a table

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "logformat/encoding.h"
 #include "udp/udploginterface.h"
 
 #include "catalog/systemeventcatalogue.h"
 #include "support/literals.h"
 
 #include <QDBusObjectPath>
-#include <QDBusVariant>
 #include <QNetworkDatagram>
 #include <QUdpSocket>
 #include <QtTest>
@@ -65,7 +65,7 @@ const QHostAddress ipv6Loopback(QHostAddress::LocalHostIPv6);
 
 QVariant wrapped(const QVariant &value)
 {
-    return QVariant::fromValue(QDBusVariant(value));
+    return QVariant::fromValue(WrappedValue{value});
 }
 
 class Receiver

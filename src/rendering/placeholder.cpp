@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "catalog/placeholder.h"
+#include "rendering/placeholder.h"
 
 namespace
 {

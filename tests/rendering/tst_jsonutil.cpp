@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "devicelib/jsonutil.h"
+#include "rendering/jsonutil.h"
 
 #include "support/literals.h"
 
@@ -29,6 +29,14 @@ QString parsed(const QString &escapedText)
     const QByteArray json = "[\"" + escapedText.toUtf8() + "\"]";
     const QJsonArray array = QJsonDocument::fromJson(json).array();
     return array.size() == 1 ? array.first().toString() : QString();
+}
+
+//! Behind a character that stays, which keeps a byte order mark from being taken for one.
+QString escape(const QString &text)
+{
+    std::string utf8 = "\"" + text.toStdString();
+    jsonUtil::escape(utf8, 1);
+    return QString::fromStdString(utf8).mid(1);
 }
 
 } // namespace
@@ -96,11 +104,7 @@ void JsonUtilTest::escaped()
 {
     QFETCH(QString, text);
 
-    QTEST(zib::jsonUtil::escape(text), "json");
-
-    std::string utf8 = "\"\n" + text.toStdString();
-    zib::jsonUtil::escapeFrom(utf8, 2);
-    QCOMPARE(QString::fromStdString(utf8), "\"\n"_s + zib::jsonUtil::escape(text));
+    QTEST(escape(text), "json");
 }
 
 void JsonUtilTest::everyCharacterSurvivesParsing()
@@ -112,11 +116,10 @@ void JsonUtilTest::everyCharacterSurvivesParsing()
             continue;
         }
         const QString text = "<"_s + character + ">"_s;
-        QVERIFY2(parsed(zib::jsonUtil::escape(text)) == text,
-                 qPrintable(QString::number(code, 16)));
+        QVERIFY2(parsed(escape(text)) == text, qPrintable(QString::number(code, 16)));
         all += character;
     }
-    QVERIFY(parsed(zib::jsonUtil::escape(all)) == all);
+    QVERIFY(parsed(escape(all)) == all);
 }
 
 void JsonUtilTest::charactersBeyond16BitsSurviveParsing()
@@ -124,7 +127,7 @@ void JsonUtilTest::charactersBeyond16BitsSurviveParsing()
     for (uint code = 0x10000; code <= 0x10FFFF; code += 0x3F7) {
         const QString text
             = QString(QChar(QChar::highSurrogate(code))) + QChar(QChar::lowSurrogate(code));
-        QCOMPARE(parsed(zib::jsonUtil::escape(text)), text);
+        QCOMPARE(parsed(escape(text)), text);
     }
 }
 

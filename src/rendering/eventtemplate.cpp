@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "catalog/eventtemplate.h"
+#include "rendering/eventtemplate.h"
 
-#include "catalog/placeholder.h"
-#include "catalog/utf8text.h"
+#include "rendering/placeholder.h"
+#include "rendering/utf8text.h"
 
 #include <algorithm>
 #include <map>

@@ -2,7 +2,7 @@
 
 // The bytes: every value encoding, file names, and the way back to a last record.
 
-#include "binlog/logformat.h"
+#include "logformat/logformat.h"
 #include "support/goldenrecords.h"
 #include "support/literals.h"
 #include "support/recordbytes.h"

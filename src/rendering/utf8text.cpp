@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "catalog/utf8text.h"
+#include "rendering/utf8text.h"
 
 #include <array>
 #include <cmath>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "catalog/eventtext.h"
+#include "rendering/eventtext.h"
 
 #include <QList>
 #include <QString>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "catalog/eventtemplate.h"
+#include "logformat/encoding.h"
+#include "rendering/eventtemplate.h"
 
 #include "support/literals.h"
 
-#include <QDBusVariant>
 #include <QtTest>
 
 #include <array>
@@ -191,7 +191,7 @@ private Q_SLOTS:
                                -5,
                                12.5,
                                "text \u00e4"_s,
-                               QVariant::fromValue(QDBusVariant("wrapped"_s)),
+                               QVariant::fromValue(WrappedValue{"wrapped"_s}),
                                QByteArray("by\0tes", 6),
                                quint8(7),
                                qlonglong(1) << 40,

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "catalog/eventtext.h"
+#include "rendering/eventtext.h"
 
-#include "catalog/eventtemplate.h"
-#include "catalog/placeholder.h"
-
-#include <QDBusVariant>
+#include "logformat/encoding.h"
+#include "rendering/eventtemplate.h"
+#include "rendering/placeholder.h"
 
 #include <algorithm>
 #include <limits>
@@ -154,11 +153,11 @@ void EventText::substitute(double value)
 
 QString liveValueText(const QVariant &value)
 {
-    if (value.userType() != qMetaTypeId<QDBusVariant>()) {
+    if (value.userType() != qMetaTypeId<WrappedValue>()) {
         return toText(value);
     }
-    const QVariant wrapped = value.value<QDBusVariant>().variant();
-    return QLatin1Char('"') + toText(wrapped) + QLatin1Char('"');
+    const QVariant content = value.value<WrappedValue>().content;
+    return QLatin1Char('"') + toText(content) + QLatin1Char('"');
 }
 
 QString renderLiveEvent(const QString &templateText, const QList<QVariant> &args)

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "catalog/eventtext.h"
+#include "logformat/encoding.h"
+#include "rendering/eventtext.h"
 #include "support/literals.h"
 
 #include <QDBusObjectPath>
 #include <QDBusSignature>
-#include <QDBusVariant>
 #include <QRandomGenerator>
 #include <QtTest>
 
@@ -59,7 +59,7 @@ namespace
 
 QVariant wrapped(const QVariant &value)
 {
-    return QVariant::fromValue(QDBusVariant(value));
+    return QVariant::fromValue(WrappedValue{value});
 }
 
 QString repeated(QChar character, qint64 count)

@@ -1,4 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "binlog/loginterface.h"
+#include "output/loginterface.h"
 
 LogInterface::~LogInterface() = default;

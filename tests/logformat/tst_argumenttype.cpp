@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "catalog/systemeventargument.h"
-#include "catalog/varianttype.h"
+#include "logformat/argumenttype.h"
+#include "logformat/encoding.h"
 #include "messages/boundedmessages.h"
 #include "messages/messagebound.h"
 #include "support/literals.h"
 
 #include <QDBusObjectPath>
-#include <QDBusVariant>
 #include <QtTest>
 
-class SystemeventArgumentTest : public QObject
+class ArgumentTypeTest : public QObject
 {
     Q_OBJECT
 
@@ -18,7 +17,6 @@ private Q_SLOTS:
 
     void codeOfTypeName_data();
     void codeOfTypeName();
-    void construction();
     void codeOfLiveValue_data();
     void codeOfLiveValue();
     void valueWithoutCode_data();
@@ -30,14 +28,14 @@ private Q_SLOTS:
     void primaryTypeOfValue();
 };
 
-void SystemeventArgumentTest::init()
+void ArgumentTypeTest::init()
 {
 #if QT_VERSION >= QT_VERSION_CHECK(6, 3, 0)
     QTest::failOnWarning(QRegularExpression(QStringLiteral(".?")));
 #endif
 }
 
-void SystemeventArgumentTest::codeOfTypeName_data()
+void ArgumentTypeTest::codeOfTypeName_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<int>("code");
@@ -65,23 +63,14 @@ void SystemeventArgumentTest::codeOfTypeName_data()
     QTest::newRow("a null name is unknown") << QString() << -1;
 }
 
-void SystemeventArgumentTest::codeOfTypeName()
+void ArgumentTypeTest::codeOfTypeName()
 {
     QFETCH(QString, name);
 
     QTEST(typeFromName(name), "code");
 }
 
-void SystemeventArgumentTest::construction()
-{
-    const SystemeventArgument argument("source"_s, ArgumentType::Enum);
-
-    QCOMPARE(argument.name, "source"_s);
-    QCOMPARE(argument.type, 11);
-    QVERIFY(argument.enumName.isNull());
-}
-
-void SystemeventArgumentTest::codeOfLiveValue_data()
+void ArgumentTypeTest::codeOfLiveValue_data()
 {
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<int>("code");
@@ -97,14 +86,14 @@ void SystemeventArgumentTest::codeOfLiveValue_data()
     QTest::newRow("null string is string") << QVariant(QString()) << 8;
 }
 
-void SystemeventArgumentTest::codeOfLiveValue()
+void ArgumentTypeTest::codeOfLiveValue()
 {
     QFETCH(QVariant, value);
 
-    QTEST(SystemeventArgument::lookupVariant(value), "code");
+    QTEST(LogFormat::lookupVariant(value), "code");
 }
 
-void SystemeventArgumentTest::valueWithoutCode_data()
+void ArgumentTypeTest::valueWithoutCode_data()
 {
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<QString>("shown"); // null where the framework's versions differ
@@ -125,11 +114,11 @@ void SystemeventArgumentTest::valueWithoutCode_data()
     QTest::newRow("list of values has no code") << QVariant(QVariantList{1}) << QString();
     QTest::newRow("object path has no code")
         << QVariant::fromValue(QDBusObjectPath("/a"_s)) << QString();
-    QTest::newRow("wrapped value has no code of its own")
-        << QVariant::fromValue(QDBusVariant(5)) << QString();
+    QTest::newRow("wrapped value has no code of its own, and shows as QtDBus names it")
+        << QVariant::fromValue(WrappedValue{5}) << "QVariant(QDBusVariant, )"_s;
 }
 
-void SystemeventArgumentTest::valueWithoutCode()
+void ArgumentTypeTest::valueWithoutCode()
 {
     QFETCH(QVariant, value);
     QFETCH(QString, shown);
@@ -141,10 +130,10 @@ void SystemeventArgumentTest::valueWithoutCode()
         = "SystemeventArgument::lookupVariant( "_s + shown + " ): unknown type;"_s;
     QTest::ignoreMessage(QtDebugMsg, message.toUtf8().constData());
 
-    QCOMPARE(SystemeventArgument::lookupVariant(value), -1);
+    QCOMPARE(LogFormat::lookupVariant(value), -1);
 }
 
-void SystemeventArgumentTest::longValuesAreShownInPart_data()
+void ArgumentTypeTest::longValuesAreShownInPart_data()
 {
     QTest::addColumn<QVariant>("value");
 
@@ -164,7 +153,7 @@ void SystemeventArgumentTest::longValuesAreShownInPart_data()
 }
 
 //! What can be seen of the message, which is cut further on, is what it always was.
-void SystemeventArgumentTest::longValuesAreShownInPart()
+void ArgumentTypeTest::longValuesAreShownInPart()
 {
     QFETCH(QVariant, value);
     QString shown;
@@ -173,7 +162,7 @@ void SystemeventArgumentTest::longValuesAreShownInPart()
     static QString heard;
     const QtMessageHandler before = qInstallMessageHandler(
         [](QtMsgType, const QMessageLogContext &, const QString &message) { heard = message; });
-    const int code = SystemeventArgument::lookupVariant(value);
+    const int code = LogFormat::lookupVariant(value);
     qInstallMessageHandler(before);
 
     QCOMPARE(code, -1);
@@ -181,7 +170,7 @@ void SystemeventArgumentTest::longValuesAreShownInPart()
     QVERIFY(heard.size() < 10 * MessageBound::mostLength);
 }
 
-void SystemeventArgumentTest::whatIsNotShownIsNotMade()
+void ArgumentTypeTest::whatIsNotShownIsNotMade()
 {
     static int heard = 0;
     heard = 0;
@@ -196,11 +185,11 @@ void SystemeventArgumentTest::whatIsNotShownIsNotMade()
         const BoundedMessages messages;
         timer.start();
         for (int i = 0; i < MessageBound::mostLines; ++i) {
-            (void)SystemeventArgument::lookupVariant(value);
+            (void)LogFormat::lookupVariant(value);
         }
         shown = timer.restart();
         for (int i = 0; i < many; ++i) {
-            (void)SystemeventArgument::lookupVariant(value);
+            (void)LogFormat::lookupVariant(value);
         }
         leftOut = timer.elapsed();
     }
@@ -211,7 +200,7 @@ void SystemeventArgumentTest::whatIsNotShownIsNotMade()
     QVERIFY(leftOut < 20 * qMax(shown, qint64(1))); // two hundred times as many
 }
 
-void SystemeventArgumentTest::primaryTypeOfValue_data()
+void ArgumentTypeTest::primaryTypeOfValue_data()
 {
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<int>("type");
@@ -224,18 +213,18 @@ void SystemeventArgumentTest::primaryTypeOfValue_data()
     QTest::newRow("invalid value is of the unknown type")
         << QVariant() << int(QMetaType::UnknownType);
     QTest::newRow("wrapped value is a user type")
-        << QVariant::fromValue(QDBusVariant(5)) << int(QMetaType::User);
+        << QVariant::fromValue(WrappedValue{5}) << int(QMetaType::User);
     QTest::newRow("object path is a user type")
         << QVariant::fromValue(QDBusObjectPath("/a"_s)) << int(QMetaType::User);
 }
 
-void SystemeventArgumentTest::primaryTypeOfValue()
+void ArgumentTypeTest::primaryTypeOfValue()
 {
     QFETCH(QVariant, value);
 
     QTEST(primaryType(value), "type");
 }
 
-QTEST_GUILESS_MAIN(SystemeventArgumentTest)
+QTEST_GUILESS_MAIN(ArgumentTypeTest)
 
-#include "tst_systemeventargument.moc"
+#include "tst_argumenttype.moc"

@@ -63,7 +63,7 @@ private:
  * declares: QVariant::toString(), except where that differs between versions of
  * the framework. Kept as devices in the field write it: a double with 15
  * significant digits in format 'g', a byte array as Latin-1 up to its first zero
- * byte. A value wrapped in a QDBusVariant stands between double quotes.
+ * byte. The content of a WrappedValue stands between double quotes.
  */
 QString liveValueText(const QVariant &value);
 //! Significant digits of a live double.
