@@ -27,20 +27,6 @@ constexpr uint maxFileSize = 102400;
 
 const QLatin1String defaultLanguage("en");
 
-// Keys in the configuration service. The language has none: it is stored, as
-// devices in the field do it, under an empty key.
-const QLatin1String keyLogLocal("SystemeventLogLocal");
-const QLatin1String keyLogNetwork("SystemeventLogNetwork");
-const QLatin1String keyLogNetworkAddress("SystemeventLogNetworkaddress");
-const QLatin1String keyLogNetworkLang("");
-const QLatin1String keyLogtail("SystemeventLogtail");
-const QLatin1String keyLoglevel("SystemeventLoglevel");
-
-QString boolText(bool on)
-{
-    return on ? QStringLiteral("true") : QStringLiteral("false");
-}
-
 //! The reply's text once it is there, empty when the call failed.
 QString waitForText(QDBusPendingReply<QString> &reply)
 {
@@ -50,13 +36,10 @@ QString waitForText(QDBusPendingReply<QString> &reply)
 
 } // namespace
 
-//! The answers of the configuration service, on their way while construction goes on.
-struct LogManager::StoredSettings {
-    QDBusPendingReply<QString> logLocal;
-    QDBusPendingReply<QString> logNetwork;
-    QDBusPendingReply<QString> logNetworkAddress;
-    QDBusPendingReply<QString> logtail;
-    QDBusPendingReply<QString> loglevel;
+//! A question to the configuration service, which answers while construction goes on.
+struct LogManager::PendingSetting {
+    Settings::Name setting;
+    QDBusPendingReply<QString> answer;
 };
 
 LogManager::LogManager(const QString &parentPath, const QString &nodeName, QObject *parent)
@@ -67,10 +50,17 @@ LogManager::LogManager(const QString &parentPath, const QString &nodeName, QObje
     , reader(logDir, &catalogue)
     , config(zib::FwConfigGlobals::SERVICE_PATH_NAME, zib::FwConfigGlobals::SYSTEMVARIABLES_PATH,
              QDBusConnection::systemBus())
+    , settings(
+          binaryLog, udpLog,
+          [this](const QString &key, const QString &text) {
+              config.set(key, text);
+              config.save();
+          },
+          [this] { updateSubscription(); })
 {
     qRegisterMetaType<QDBusVariant>(); // or Qt 6 refuses to connect dbusStatusChange()
 
-    StoredSettings stored = requestSettings();
+    std::vector<PendingSetting> pending = requestSettings();
     if (!ensureLogDirectory(logDir)) {
         qFatal("LogManager: can't create log path");
     }
@@ -81,82 +71,27 @@ LogManager::LogManager(const QString &parentPath, const QString &nodeName, QObje
             &SystemeventLogfileReader::logfileChanged);
     connect(&binaryLog, &BinaryLogInterface::logsRotated, &reader,
             &SystemeventLogfileReader::logfilesRotated);
-    applySettings(stored);
+    applySettings(pending);
     updateSubscription();
 }
 
 LogManager::~LogManager() = default;
 
-LogManager::StoredSettings LogManager::requestSettings()
+std::vector<LogManager::PendingSetting> LogManager::requestSettings()
 {
-    return {config.getTrimmed(keyLogLocal), config.getTrimmed(keyLogNetwork),
-            config.getTrimmed(keyLogNetworkAddress), config.getTrimmed(keyLogtail),
-            config.getTrimmed(keyLoglevel)};
-}
-
-void LogManager::applySettings(StoredSettings &stored)
-{
-    // The two switches go through their property writes, which store them anew
-    // in one spelling; the others only take effect.
-    if (const QString text = waitForText(stored.logLocal); !text.isEmpty()) {
-        setLogLocal(QVariant(text).toBool());
+    std::vector<PendingSetting> pending;
+    const auto stored = Settings::storedOnes();
+    for (const Settings::Name setting : stored) {
+        pending.push_back({setting, config.getTrimmed(Settings::key(setting))});
     }
-    if (const QString text = waitForText(stored.logNetwork); !text.isEmpty()) {
-        setLogNetwork(QVariant(text).toBool());
+    return pending;
+}
+
+void LogManager::applySettings(std::vector<PendingSetting> &pending)
+{
+    for (PendingSetting &each : pending) {
+        settings.load(each.setting, waitForText(each.answer));
     }
-    if (const QString text = waitForText(stored.logNetworkAddress); !text.isEmpty()) {
-        udpLog.setAddress(text);
-    }
-    if (const QString text = waitForText(stored.logtail); !text.isEmpty()) {
-        binaryLog.setLogtail(text.toInt());
-    }
-    if (const QString text = waitForText(stored.loglevel); !text.isEmpty()) {
-        loglevel = text.toInt();
-    }
-}
-
-void LogManager::store(const QString &key, const QString &value)
-{
-    config.set(key, value);
-    config.save();
-}
-
-void LogManager::setLogLocal(bool on)
-{
-    logLocal = on;
-    store(keyLogLocal, boolText(on));
-    updateSubscription();
-}
-
-void LogManager::setLogNetwork(bool on)
-{
-    logNetwork = on;
-    store(keyLogNetwork, boolText(on));
-    updateSubscription();
-}
-
-void LogManager::setLogNetworkAddress(const QString &text)
-{
-    udpLog.setAddress(text);
-    store(keyLogNetworkAddress, udpLog.getAddress());
-}
-
-void LogManager::setLogNetworkLang(const QString &lang)
-{
-    udpLog.setLanguage(lang);
-    store(keyLogNetworkLang, udpLog.getAddress());
-}
-
-void LogManager::setLogtail(int n)
-{
-    binaryLog.setLogtail(n);
-    store(keyLogtail, QString::number(n));
-}
-
-void LogManager::setLoglevel(int level)
-{
-    binaryLog.setLogtail(level);
-    store(keyLoglevel, QString::number(level));
 }
 
 void LogManager::clearLogfiles()
@@ -176,16 +111,10 @@ quint64 LogManager::getMaxLogNr()
 
 QVariantMap LogManager::allValues()
 {
-    return {
-        {QStringLiteral("loglocal"), logLocal},
-        {QStringLiteral("lognetwork"), logNetwork},
-        {QStringLiteral("lognetworkaddress"), udpLog.getAddress()},
-        {QStringLiteral("logtail"), binaryLog.getLogtail()},
-        {QStringLiteral("loglevel"), loglevel},
-        {QStringLiteral("loglang"), udpLog.getLanguage()},
-        {QStringLiteral("minLogNr"), reader.getMinLogNr()},
-        {QStringLiteral("maxLogNr"), reader.getMaxLogNr()},
-    };
+    QVariantMap all = settings.values();
+    all.insert(QStringLiteral("minLogNr"), reader.getMinLogNr());
+    all.insert(QStringLiteral("maxLogNr"), reader.getMaxLogNr());
+    return all;
 }
 
 QString LogManager::jsonLogfile(quint64 start, quint64 end)
@@ -222,7 +151,7 @@ void LogManager::updateSubscription()
     const char *const slot = SLOT(dbusStatusChange(int, QDBusVariant));
     QDBusConnection bus = QDBusConnection::systemBus();
 
-    const bool wanted = logLocal || logNetwork;
+    const bool wanted = settings.isLoggingLocally() || settings.isLoggingToNetwork();
     if (wanted == listening) {
         return;
     }
@@ -241,6 +170,7 @@ void LogManager::updateSubscription()
  */
 bool LogManager::isFiltered(int id) const
 {
+    const int loglevel = settings.highestDroppedLevel();
     if (loglevel < 0) {
         return false;
     }
@@ -255,10 +185,10 @@ void LogManager::dbusStatusChange(int id, const QDBusVariant &v)
     }
     QList<QVariant> args = statusValues(v);
     args.prepend(message().path());
-    if (logLocal) {
+    if (settings.isLoggingLocally()) {
         binaryLog.logEvent(id, args);
     }
-    if (logNetwork) {
+    if (settings.isLoggingToNetwork()) {
         udpLog.logEvent(id, args);
     }
 }

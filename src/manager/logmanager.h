@@ -5,6 +5,7 @@
 #include "catalog/systemeventcatalogue.h"
 #include "devicelib/bareboxconfigproxy.h"
 #include "devicelib/datanode.h"
+#include "manager/settings.h"
 #include "reader/systemeventlogfilereader.h"
 #include "udp/udploginterface.h"
 
@@ -14,15 +15,17 @@
 #include <QString>
 #include <QVariantMap>
 
+#include <vector>
+
 /*!
  * The daemon's one working object: owns the outputs, the catalogue and the
  * reader, hears the status changes, and is the D-Bus node through which clients
  * read the log and change the settings (docs/dbus.md).
  *
- * The settings live where they act and are loaded from the configuration service
- * once, during construction; every property write stores its value there without
- * waiting. Construction blocks until that service has answered or failed, and ends
- * the process with a fatal message when there is no log directory or catalogue.
+ * The settings (Settings) are loaded from the configuration service once, during
+ * construction; every property write stores its value there without waiting. Construction blocks
+ * until that service has answered or failed, and ends the process with a fatal message when there
+ * is no log directory or catalogue.
  */
 class LogManager : public zib::DataNode, protected QDBusContext
 {
@@ -50,22 +53,21 @@ public:
     ~LogManager() override;
     Q_DISABLE_COPY_MOVE(LogManager)
 
-    [[nodiscard]] bool getLogLocal() const { return logLocal; }
-    void setLogLocal(bool on);
-    [[nodiscard]] bool getLogNetwork() const { return logNetwork; }
-    void setLogNetwork(bool on);
+    [[nodiscard]] bool getLogLocal() const { return settings.isLoggingLocally(); }
+    void setLogLocal(bool on) { settings.write(Settings::LogLocal, on); }
+    [[nodiscard]] bool getLogNetwork() const { return settings.isLoggingToNetwork(); }
+    void setLogNetwork(bool on) { settings.write(Settings::LogNetwork, on); }
     [[nodiscard]] QString getLogNetworkAddress() const { return udpLog.getAddress(); }
-    //! A text that is no IP address leaves no receiver and stores an empty text.
-    void setLogNetworkAddress(const QString &text);
+    void setLogNetworkAddress(const QString &text)
+    {
+        settings.write(Settings::LogNetworkAddress, text);
+    }
     [[nodiscard]] QString getLogNetworkLang() const { return udpLog.getLanguage(); }
-    //! Kept: holds for the running process only, and stores the address under an empty key.
-    void setLogNetworkLang(const QString &lang);
+    void setLogNetworkLang(const QString &lang) { settings.write(Settings::LogNetworkLang, lang); }
     [[nodiscard]] int getLogtail() const { return binaryLog.getLogtail(); }
-    //! Values below 1 are stored but otherwise ignored.
-    void setLogtail(int n);
-    [[nodiscard]] int getLoglevel() const { return loglevel; }
-    //! Kept: sets logtail; the level itself is only stored and counts from the next start on.
-    void setLoglevel(int level);
+    void setLogtail(int n) { settings.write(Settings::Logtail, n); }
+    [[nodiscard]] int getLoglevel() const { return settings.highestDroppedLevel(); }
+    void setLoglevel(int level) { settings.write(Settings::Loglevel, level); }
     //! Kept: the properties carry the low 32 bits, the methods the whole number.
     int getMinLogNrProperty() { return int(reader.getMinLogNr()); }
     int getMaxLogNrProperty() { return int(reader.getMaxLogNr()); }
@@ -94,22 +96,19 @@ protected Q_SLOTS:
     void dbusStatusChange(int id, const QDBusVariant &v);
 
 private:
-    struct StoredSettings;
+    struct PendingSetting;
 
-    [[nodiscard]] StoredSettings requestSettings();
-    void applySettings(StoredSettings &stored);
-    void store(const QString &key, const QString &value);
+    [[nodiscard]] std::vector<PendingSetting> requestSettings();
+    void applySettings(std::vector<PendingSetting> &pending);
     void updateSubscription();
     [[nodiscard]] bool isFiltered(int id) const;
 
-    bool logLocal = false;
-    bool logNetwork = false;
     QDir logDir;
     BinaryLogInterface binaryLog;
     UdpLogInterface udpLog;
     SystemeventCatalogue catalogue;
     SystemeventLogfileReader reader;
     zib::BareboxConfigProxy config;
-    int loglevel = -1;      //!< events of this level and below are dropped; negative: none is
+    Settings settings;
     bool listening = false; //!< whether status changes reach dbusStatusChange()
 };
