@@ -2,6 +2,7 @@
 
 // The bytes: every value encoding, file names, and the way back to a last record.
 
+#include "logformat/bytesource.h"
 #include "logformat/logformat.h"
 #include "support/goldenrecords.h"
 #include "support/literals.h"
@@ -26,6 +27,11 @@ private Q_SLOTS:
     void lastLogNr();
     void numbersAreReadAsFarAsTheyGo();
     void seekingBeforeTheStartStays();
+    void headIsWrittenAsItIsRead();
+    void headBeforeTheStartIsReadFromWhereTheSourceStands();
+    void walk_data();
+    void walk();
+    void walkEndsWithItsVisitor();
 };
 
 void LogFormatTest::init()
@@ -143,6 +149,104 @@ void LogFormatTest::seekingBeforeTheStartStays()
     QCOMPARE(file.pos(), qint64(2));
     LogFormat::seek(file, 0);
     QCOMPARE(file.pos(), qint64(0));
+}
+
+void LogFormatTest::headIsWrittenAsItIsRead()
+{
+    QByteArray bytes;
+    LogFormat::appendLogNr(bytes, 0x0102030405060708);
+    LogFormat::appendTimestamp(bytes, -1700000000, 250000);
+    LogFormat::appendEventId(bytes, -5);
+    RecordBytes::Fields fields;
+    fields.logNr = 0x0102030405060708;
+    fields.eventId = -5;
+    QCOMPARE(bytes.toHex(), RecordBytes::record(fields).left(28).toHex());
+
+    ByteSource in({bytes.constData(), size_t(bytes.size())});
+    const LogFormat::RecordHead head = LogFormat::readHead(in, 0);
+    QCOMPARE(head.logNr, fields.logNr);
+    QCOMPARE(head.seconds, quint64(1700000000));
+    QCOMPARE(head.microseconds, quint32(250000));
+    QCOMPARE(head.eventId, -5);
+    QCOMPARE(in.position(), qint64(28));
+}
+
+void LogFormatTest::headBeforeTheStartIsReadFromWhereTheSourceStands()
+{
+    QByteArray bytes;
+    for (char byte = 1; byte <= 40; ++byte) {
+        bytes.append(byte);
+    }
+    ByteSource in({bytes.constData(), size_t(bytes.size())});
+    in.seek(30);
+    // The number would begin at -20 and the time at -12: both leave the source alone, and the
+    // time finds but the last two bytes. The event id begins at 4.
+    const LogFormat::RecordHead head = LogFormat::readHead(in, -20);
+    QCOMPARE(head.logNr, quint64(0x262524232221201f));
+    QCOMPARE(head.seconds, quint64(0x2827));
+    QCOMPARE(head.microseconds, quint32(0));
+    QCOMPARE(head.eventId, 0x08070605);
+    QCOMPARE(in.position(), qint64(8));
+}
+
+void LogFormatTest::walk_data()
+{
+    using RecordBytes::record;
+    using Numbers = QList<qulonglong>;
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<Numbers>("whole");     // numbers found by a walk over the whole file
+    QTest::addColumn<Numbers>("tail");      // and by one over its tail
+    QTest::addColumn<qlonglong>("trailer"); // at which that one ends
+    const QByteArray three = record(1) + record(2) + record(3);
+    QTest::newRow("records come newest first")
+        << three << Numbers{3, 2, 1} << Numbers{3, 2, 1} << qlonglong(-2);
+    QTest::newRow("a trailer before the start is a last record")
+        << QByteArray("\x01\x00\x00\x00\x00\x00\x00\x00\xff\xff", 10) << Numbers{0} << Numbers{0}
+        << qlonglong(8 - 65535 - 2);
+    QTest::newRow("zeros are records of two bytes, the first of which only one walk reads")
+        << QByteArray(4, '\0') << Numbers{0, 0} << Numbers{0} << qlonglong(0);
+    QTest::newRow("of a single byte one walk reads nothing")
+        << QByteArray("\x05") << Numbers{0} << Numbers{} << qlonglong(-1);
+    QTest::newRow("a record of zeros at the start ends both")
+        << QByteArray(8, '\0') + QByteArray("\x08\0", 2) << Numbers{0} << Numbers{0}
+        << qlonglong(-2);
+}
+
+void LogFormatTest::walk()
+{
+    using Numbers = QList<qulonglong>;
+    QFETCH(QByteArray, content);
+    QFETCH(qlonglong, trailer);
+    Numbers numbers;
+    const auto collect = [&numbers](qint64 /*position*/, quint64 logNr) {
+        numbers.append(logNr);
+        return true;
+    };
+    ByteSource whole({content.constData(), size_t(content.size())});
+    QVERIFY(!LogFormat::walkBack(whole, whole.size(), LogFormat::Walk::WholeFile, collect));
+    QTEST(numbers, "whole");
+    numbers.clear();
+    ByteSource tail({content.constData(), size_t(content.size())});
+    const auto end = LogFormat::walkBack(tail, tail.size(), LogFormat::Walk::Tail, collect);
+    QTEST(numbers, "tail");
+    QVERIFY(end.has_value());
+    QCOMPARE(qlonglong(*end), trailer);
+}
+
+void LogFormatTest::walkEndsWithItsVisitor()
+{
+    const QByteArray content = RecordBytes::record(1) + RecordBytes::record(2);
+    const qint64 second = RecordBytes::record(1).size();
+    ByteSource in({content.constData(), size_t(content.size())});
+    int visits = 0;
+    const auto end = LogFormat::walkBack(in, in.size(), LogFormat::Walk::Tail,
+                                         [&](qint64 position, quint64 logNr) {
+                                             ++visits;
+                                             return position != second || logNr != 2;
+                                         });
+    QVERIFY(!end);
+    QCOMPARE(visits, 1);
+    QCOMPARE(in.position(), second + 8);
 }
 
 QTEST_GUILESS_MAIN(LogFormatTest)
