@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "rendering/eventtext.h"
+#include "rendering/eventtemplate.h"
 #include "stream.h"
 
 #include <benchmark/benchmark.h>
@@ -14,7 +14,7 @@ void liveText(benchmark::State &state)
     const QList<QVariant> args = Stream::arguments(1);
     for (auto step : state) {
         (void)step;
-        benchmark::DoNotOptimize(renderLiveEvent(text, args));
+        benchmark::DoNotOptimize(renderLiveEvent(EventTemplate(text), args));
     }
     state.SetItemsProcessed(state.iterations());
 }

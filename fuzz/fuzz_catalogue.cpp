@@ -114,9 +114,9 @@ void checkLiveText(const QString &templateText, const QList<QVariant> &args)
         expected.substitute(liveValueText(args.at(i)));
     }
     const QString text = expected.liveText();
-    requireEqual(text, renderLiveEvent(templateText, args), "live text");
+    requireEqual(text, renderLiveEvent(EventTemplate(templateText), args), "live text");
     std::string utf8 = "before";
-    appendLiveEvent(utf8, templateText, args);
+    appendLiveEvent(utf8, EventTemplate(templateText), args);
     require("before" + text.toUtf8().toStdString() == utf8, "live text in UTF-8");
 }
 

@@ -6,6 +6,7 @@
 #include "logformat/storedvalue.h"
 #include "reader/logfilecursor.h"
 #include "rendering/jsonutil.h"
+#include "rendering/storedtext.h"
 #include "rendering/utf8text.h"
 
 #include <string_view>
@@ -14,79 +15,9 @@
 namespace
 {
 
-constexpr std::string_view readError = "readerror";
-
 std::string_view upToZeroByte(std::string_view bytes)
 {
     return bytes.substr(0, bytes.find('\0'));
-}
-
-//! Substitutes what stands for a variant whose content cannot be read.
-template <typename Text>
-void substituteUnreadable(Text &text, const StoredValue &variant)
-{
-    if (variant.state == StoredValue::State::TooShort) {
-        return;
-    }
-    text.substitute(
-        variant.integer == ArgumentType::Unknown
-            ? std::string_view("type: \"UNKNOWN\", more errors in this logentry possible")
-            : std::string_view("unknown type, expect more errors in this entry!"));
-}
-
-//! Substitutes a value of an argument.
-template <typename Text>
-void substitute(Text &text, const StoredValue &value, const SystemeventArgument &argument,
-                const SystemeventCatalogue &catalogue)
-{
-    switch (ArgumentType::Code(value.type)) {
-    case ArgumentType::Byte:
-        text.substitute(QString(QLatin1Char(char(value.integer))));
-        return;
-    case ArgumentType::Bool:
-    case ArgumentType::Int16:
-    case ArgumentType::Int32:
-    case ArgumentType::Int64:
-        text.substitute(qlonglong(value.integer));
-        return;
-    case ArgumentType::UInt64:
-        text.substitute(qulonglong(value.integer));
-        return;
-    case ArgumentType::Float:
-    case ArgumentType::Double:
-        text.substitute(value.real);
-        return;
-    case ArgumentType::String:
-        text.substitute(value.isWhole() ? value.bytes : readError);
-        return;
-    case ArgumentType::ByteArray:
-        text.substitute(value.isWhole() ? upToZeroByte(value.bytes) : readError);
-        return;
-    case ArgumentType::Variant:
-        substituteUnreadable(text, value);
-        return;
-    case ArgumentType::Enum:
-        if (value.isWhole()) {
-            text.substitute(catalogue.enumText(argument.enumName, int(value.integer)));
-        } else {
-            text.substitute(readError);
-        }
-        return;
-    case ArgumentType::Unknown:
-        text.substitute(std::string_view("unknown argument type! further errors ahead!"));
-        return;
-    }
-    // Another code has read nothing and leaves its placeholder to the next argument.
-}
-
-//! Substitutes the values of all declared arguments, read from the cursor's position on.
-template <typename Text>
-void substituteArguments(Text &text, const QList<SystemeventArgument> &arguments,
-                         const SystemeventCatalogue &catalogue, LogFileCursor &file)
-{
-    for (const SystemeventArgument &argument : arguments) {
-        substitute(text, LogFormat::readValue(file, argument.type), argument, catalogue);
-    }
 }
 
 } // namespace
@@ -153,13 +84,9 @@ void RecordJson::appendPath(std::string &out, LogFileCursor &file) const
 
 void RecordJson::renderArguments(std::string &out, const EventKind &kind, LogFileCursor &file)
 {
-    const qint64 begin = file.position();
     values.clear();
-    substituteArguments(values, kind.event->arguments, *catalogue, file);
-    if (!kind.message.render(values, out)) {
-        file.seek(begin);
-        EventText text(kind.message.text(), kind.message.plainWork(values) + spareWork, &workLeft);
-        substituteArguments(text, kind.event->arguments, *catalogue, file);
-        Utf8Text::append(out, text.text());
+    for (const SystemeventArgument &argument : kind.event->arguments) {
+        substituteStored(values, LogFormat::readValue(file, argument.type), argument, *catalogue);
     }
+    kind.message.render(values, out, spareWork, &workLeft);
 }

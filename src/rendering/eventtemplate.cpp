@@ -24,6 +24,7 @@ void ValueTexts::clear()
 {
     texts.clear();
     ends.clear();
+    numbers.clear();
     percent = false;
 }
 
@@ -33,10 +34,18 @@ std::string_view ValueTexts::text(int value) const
     return std::string_view(texts).substr(begin, ends[size_t(value)] - begin);
 }
 
-void ValueTexts::finishValue(size_t begin)
+void ValueTexts::finishText(size_t begin)
 {
     percent = percent || texts.find('%', begin) != std::string::npos;
     ends.push_back(texts.size());
+    numbers.emplace_back();
+}
+
+template <typename Value>
+void ValueTexts::finishNumber(Value value)
+{
+    ends.push_back(texts.size());
+    numbers.emplace_back(value);
 }
 
 void ValueTexts::substitute(std::string_view utf8)
@@ -47,32 +56,48 @@ void ValueTexts::substitute(std::string_view utf8)
     }
     const size_t begin = texts.size();
     texts += utf8;
-    finishValue(begin);
+    finishText(begin);
 }
 
 void ValueTexts::substitute(const QString &value)
 {
     const size_t begin = texts.size();
     Utf8Text::append(texts, value);
-    finishValue(begin);
+    finishText(begin);
 }
 
 void ValueTexts::substitute(qlonglong value)
 {
     Utf8Text::append(texts, value);
-    ends.push_back(texts.size());
+    finishNumber(value);
 }
 
 void ValueTexts::substitute(qulonglong value)
 {
     Utf8Text::append(texts, value);
-    ends.push_back(texts.size());
+    finishNumber(value);
 }
 
 void ValueTexts::substitute(double value)
 {
     Utf8Text::append(texts, value);
-    ends.push_back(texts.size());
+    finishNumber(value);
+}
+
+void ValueTexts::substituteInto(EventText &into) const
+{
+    for (int i = 0; i < count(); ++i) {
+        const Number &number = numbers[size_t(i)];
+        if (const auto *const integer = std::get_if<qlonglong>(&number)) {
+            into.substitute(*integer);
+        } else if (const auto *const unsignedInteger = std::get_if<qulonglong>(&number)) {
+            into.substitute(*unsignedInteger);
+        } else if (const auto *const real = std::get_if<double>(&number)) {
+            into.substitute(*real);
+        } else {
+            into.substitute(Utf8Text::toString(text(i)));
+        }
+    }
 }
 
 void ValueTexts::substituteLive(const QVariant &value)
@@ -83,7 +108,7 @@ void ValueTexts::substituteLive(const QVariant &value)
         break;
     case QMetaType::Double:
         Utf8Text::append(texts, value.toDouble(), liveDoubleDigits);
-        ends.push_back(texts.size());
+        finishNumber(value.toDouble());
         break;
     case QMetaType::QString:
         substitute(value.toString());
@@ -168,12 +193,32 @@ bool EventTemplate::render(const ValueTexts &values, std::string &out) const
     return true;
 }
 
-void appendLiveEvent(std::string &out, const QString &templateText, const QList<QVariant> &args)
+void EventTemplate::render(const ValueTexts &values, std::string &out, qint64 spareWork,
+                           qint64 *budget) const
 {
-    const EventTemplate eventTemplate(templateText);
+    if (!render(values, out)) {
+        EventText text(source, plainWork(values) + spareWork, budget);
+        values.substituteInto(text);
+        Utf8Text::append(out, text.text());
+    }
+}
+
+QString renderLiveEvent(const EventTemplate &message, const QList<QVariant> &args)
+{
     ValueTexts values;
-    values.substituteLive(args, eventTemplate.valueCount() + 1);
-    if (!eventTemplate.render(values, out)) {
-        Utf8Text::append(out, renderLiveEvent(templateText, args));
+    values.substituteLive(args, message.valueCount());
+    EventText text(message.text(), message.plainWork(values) + liveWork);
+    for (auto value = args.cbegin() + 1; value != args.cend() && !text.isClosed(); ++value) {
+        text.substitute(liveValueText(*value));
+    }
+    return text.text();
+}
+
+void appendLiveEvent(std::string &out, const EventTemplate &message, const QList<QVariant> &args)
+{
+    ValueTexts values;
+    values.substituteLive(args, message.valueCount() + 1);
+    if (!message.render(values, out)) {
+        Utf8Text::append(out, renderLiveEvent(message, args));
     }
 }

@@ -9,6 +9,7 @@
 
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 /*!
@@ -39,12 +40,19 @@ public:
     }
     //! Whether a value holds a '%', and so could make a placeholder.
     [[nodiscard]] bool holdsPercent() const { return percent; }
+    //! Puts the values into a text one after another, numbers as numbers.
+    void substituteInto(EventText &text) const;
 
 private:
-    void finishValue(size_t begin);
+    using Number = std::variant<std::monostate, qlonglong, qulonglong, double>;
+
+    void finishText(size_t begin);
+    template <typename Value>
+    void finishNumber(Value value);
 
     std::string texts; //!< one behind the other
     std::vector<size_t> ends;
+    std::vector<Number> numbers; //!< for each value; none for a text
     bool percent = false;
 };
 
@@ -78,6 +86,11 @@ public:
     [[nodiscard]] qint64 plainWork(const ValueTexts &values) const;
     //! Appends the text in UTF-8; false, and nothing appended, where EventText is to be used.
     bool render(const ValueTexts &values, std::string &out) const;
+    /*!
+     * Appends the text in UTF-8, by EventText where that is to be used, with plainWork() and
+     * so much more of its own and what it draws from a budget.
+     */
+    void render(const ValueTexts &values, std::string &out, qint64 spareWork, qint64 *budget) const;
 
 private:
     struct Piece {
@@ -94,5 +107,13 @@ private:
     bool onePass;            //!< whether the template as such allows it
 };
 
-//! Appends in UTF-8 what renderLiveEvent() makes of the same arguments.
-void appendLiveEvent(std::string &out, const QString &templateText, const QList<QVariant> &args);
+//! What the text of a status change may take beyond EventTemplate::plainWork().
+constexpr qint64 liveWork = 65536;
+
+/*!
+ * Renders a status change: \a args holds the emitter's path, which is not
+ * substituted, and then the values in the order of the placeholders.
+ */
+QString renderLiveEvent(const EventTemplate &message, const QList<QVariant> &args);
+//! Appends the same in UTF-8.
+void appendLiveEvent(std::string &out, const EventTemplate &message, const QList<QVariant> &args);

@@ -2,7 +2,6 @@
 #include "rendering/eventtext.h"
 
 #include "logformat/encoding.h"
-#include "rendering/eventtemplate.h"
 #include "rendering/placeholder.h"
 
 #include <algorithm>
@@ -131,11 +130,6 @@ void EventText::substitute(const QString &value)
     substituteValue(value);
 }
 
-void EventText::substitute(std::string_view utf8)
-{
-    substituteValue(QString::fromUtf8(utf8.data(), QString::size_type(utf8.size())));
-}
-
 void EventText::substitute(qlonglong value)
 {
     substituteValue(value);
@@ -158,16 +152,4 @@ QString liveValueText(const QVariant &value)
     }
     const QVariant content = value.value<WrappedValue>().content;
     return QLatin1Char('"') + toText(content) + QLatin1Char('"');
-}
-
-QString renderLiveEvent(const QString &templateText, const QList<QVariant> &args)
-{
-    const EventTemplate eventTemplate(templateText);
-    ValueTexts values;
-    values.substituteLive(args, eventTemplate.valueCount());
-    EventText text(templateText, eventTemplate.plainWork(values) + liveWork);
-    for (auto value = args.cbegin() + 1; value != args.cend() && !text.isClosed(); ++value) {
-        text.substitute(liveValueText(*value));
-    }
-    return text.text();
 }

@@ -5,8 +5,6 @@
 #include <QString>
 #include <QVariant>
 
-#include <string_view>
-
 /*!
  * An event's text while values take the place of its placeholders.
  *
@@ -37,7 +35,6 @@ public:
     explicit EventText(QString templateText, qint64 ownWork = maxWork, qint64 *budget = nullptr);
 
     void substitute(const QString &value);
-    void substitute(std::string_view utf8);
     void substitute(qlonglong value);
     void substitute(qulonglong value);
     //! In format 'g' with six significant digits.
@@ -68,12 +65,3 @@ private:
 QString liveValueText(const QVariant &value);
 //! Significant digits of a live double.
 constexpr int liveDoubleDigits = 15;
-
-//! What the text of a status change may take beyond EventTemplate::plainWork().
-constexpr qint64 liveWork = 65536;
-
-/*!
- * Renders a status change: \a args holds the emitter's path, which is not
- * substituted, and then the values in the order of the placeholders.
- */
-QString renderLiveEvent(const QString &templateText, const QList<QVariant> &args);

@@ -180,6 +180,15 @@ void Utf8Text::append(std::string &out, const QString &text)
     out.append(utf8.constData(), size_t(utf8.size()));
 }
 
+QString Utf8Text::toString(std::string_view utf8)
+{
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    const QString text = QString::fromUtf8(utf8.data(), QString::size_type(utf8.size()));
+    return utf8.substr(0, byteOrderMark.size()) == byteOrderMark
+        ? QChar(QChar::ByteOrderMark) + text
+        : text;
+}
+
 void Utf8Text::appendLatin1(std::string &out, std::string_view latin1)
 {
     if (isAscii(latin1)) {

@@ -29,6 +29,8 @@ void append(std::string &out, Integer value)
 void append(std::string &out, double value, int significantDigits = 6);
 
 void append(std::string &out, const QString &text);
+//! The text; a byte order mark in front is a character of it, which QString drops.
+QString toString(std::string_view utf8);
 void appendLatin1(std::string &out, std::string_view latin1);
 
 //! Whether all characters are below U+0080, and so the same in UTF-8 and Latin-1.

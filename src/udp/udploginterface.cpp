@@ -2,7 +2,6 @@
 #include "udp/udploginterface.h"
 
 #include "catalog/systemeventcatalogue.h"
-#include "rendering/eventtemplate.h"
 #include "rendering/utf8text.h"
 
 #include <QDateTime>
@@ -59,12 +58,27 @@ void UdpLogInterface::logEvent(int id, const QList<QVariant> &args)
         return;
     }
     writeHeader(id, *event, args.first());
-    appendLiveEvent(datagram, event->description(language), args);
+    appendLiveEvent(datagram, message(*event), args);
     socket->writeDatagram(datagram.data(), qint64(datagram.size()), address, port);
     datagram.clear();
     if (datagram.capacity() > largestDatagram) {
         datagram.shrink_to_fit(); // what was too large to be sent would stay for good
     }
+}
+
+//! An event's text is taken apart when it is sent for the first time.
+const EventTemplate &UdpLogInterface::message(const SystemeventDescription &event)
+{
+    const auto known = messages.find(event.id);
+    return known != messages.end()
+        ? known->second
+        : messages.emplace(event.id, EventTemplate(event.description(language))).first->second;
+}
+
+void UdpLogInterface::setLanguage(const QString &lang)
+{
+    language = lang;
+    messages.clear();
 }
 
 void UdpLogInterface::writeHeader(int id, const SystemeventDescription &event, const QVariant &path)

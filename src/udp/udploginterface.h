@@ -2,11 +2,13 @@
 #pragma once
 
 #include "output/loginterface.h"
+#include "rendering/eventtemplate.h"
 
 #include <QHostAddress>
 #include <QString>
 
 #include <string>
+#include <unordered_map>
 
 class QUdpSocket;
 class SystemeventCatalogue;
@@ -37,7 +39,7 @@ public:
 
     //! Language code of the texts.
     [[nodiscard]] QString getLanguage() const { return language; }
-    void setLanguage(const QString &lang) { language = lang; }
+    void setLanguage(const QString &lang);
 
     //! Sets the receiver's address and port, on a fresh socket. The result is that of setAddress().
     virtual bool setTarget(const QString &text, quint16 udpPort);
@@ -52,6 +54,7 @@ public:
 private:
     void renewSocket();
     void writeHeader(int id, const SystemeventDescription &event, const QVariant &path);
+    const EventTemplate &message(const SystemeventDescription &event);
     const std::string &timestamp();
 
     QUdpSocket *socket = nullptr; //!< what device points to; a child
@@ -61,6 +64,7 @@ private:
     quint16 port;
     std::string hostName;
     QString language = QStringLiteral("en");
-    qint64 stampedSecond = 0; //!< since 1970-01-01 UTC
-    std::string stamp;        //!< that second in local time
+    std::unordered_map<uint, EventTemplate> messages; //!< those sent so far, in the language
+    qint64 stampedSecond = 0;                         //!< since 1970-01-01 UTC
+    std::string stamp;                                //!< that second in local time
 };

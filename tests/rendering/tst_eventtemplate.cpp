@@ -176,11 +176,38 @@ private Q_SLOTS:
         substitute(qlonglong(-5));
         substitute(~qulonglong(0));
         substitute(12.03125);
-        substitute(std::string_view("\xEF\xBB\xBF\xC3\xA4\xFF"));
+        const std::string_view stored = "\xEF\xBB\xBF\xC3\xA4\xFF";
+        values.substitute(stored);
+        text.substitute(QString::fromUtf8(stored.data(), int(stored.size())));
         substitute(QString(QChar(0xE4)));
         std::string out;
         QVERIFY(EventTemplate("%1 %2 %3 %4 %5"_s).render(values, out));
         QCOMPARE(QString::fromStdString(out), text.text());
+    }
+
+    void valuesArePutIntoATextAsTheyWere()
+    {
+        const QString templateText = "%L1 %L2 %L3 %L4 %L5"_s;
+        const QString marked = QString(QChar(QChar::ByteOrderMark)) + QChar(0xE4);
+        ValueTexts values;
+        EventText expected(templateText);
+        const auto substitute = [&](auto value) {
+            values.substitute(value);
+            expected.substitute(value);
+        };
+        const QLocale before;
+        QLocale::setDefault(QLocale(QLocale::German));
+        substitute(qlonglong(-1234567));
+        substitute(~qulonglong(0));
+        substitute(12.5);
+        substitute(marked);
+        substitute("1234567"_s);
+        EventText text(templateText);
+        values.substituteInto(text);
+        QLocale::setDefault(before);
+        QCOMPARE(text.text(), expected.text());
+        QVERIFY(text.text().startsWith("-1.234.567 18.446"_s)); // numbers are still numbers
+        QVERIFY(text.text().endsWith(marked + " 1234567"_s));
     }
 
     void liveEvents_data()
@@ -208,8 +235,9 @@ private Q_SLOTS:
         QFETCH(QVariantList, values);
         const QVariantList args = QVariantList{"/path"_s} + values;
         std::string out = "before ";
-        appendLiveEvent(out, templateText, args);
-        QCOMPARE(QString::fromStdString(out), "before "_s + renderLiveEvent(templateText, args));
+        appendLiveEvent(out, EventTemplate(templateText), args);
+        QCOMPARE(QString::fromStdString(out),
+                 "before "_s + renderLiveEvent(EventTemplate(templateText), args));
     }
 
     void random_data()

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "logformat/encoding.h"
-#include "rendering/eventtext.h"
+#include "rendering/eventtemplate.h"
 #include "support/literals.h"
 
 #include <QDBusObjectPath>
@@ -400,7 +400,7 @@ void EventTextTest::manyValuesStopEarly()
     }
 
     // Each value would cost two million characters of work.
-    QVERIFY(renderLiveEvent(longest, args) == longest);
+    QVERIFY(renderLiveEvent(EventTemplate(longest), args) == longest);
 }
 
 //! "%1" of two characters becomes one of ten: twelve characters of work.
@@ -457,7 +457,8 @@ void EventTextTest::growingLiveTextIsClosedEarly()
 {
     const QString marks = "%1"_s.repeated(80);
 
-    const QString text = renderLiveEvent("%1"_s, {"/path"_s, marks, marks, marks, ""_s});
+    const QString text
+        = renderLiveEvent(EventTemplate("%1"_s), {"/path"_s, marks, marks, marks, ""_s});
 
     QCOMPARE(text, "%1"_s.repeated(80 * 80));
 }
@@ -475,7 +476,7 @@ void EventTextTest::largeLiveTextIsWhole()
         args.append(value);
     }
 
-    QVERIFY(renderLiveEvent(templateText, args) == expected);
+    QVERIFY(renderLiveEvent(EventTemplate(templateText), args) == expected);
 }
 
 void EventTextTest::liveValue_data()
@@ -636,7 +637,7 @@ void EventTextTest::liveEvent()
     QFETCH(QString, templateText);
     QFETCH(QVariantList, args);
 
-    QTEST(renderLiveEvent(templateText, args), "text");
+    QTEST(renderLiveEvent(EventTemplate(templateText), args), "text");
 }
 
 QTEST_GUILESS_MAIN(EventTextTest)

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "rendering/storedtext.h"
+
+#include "catalog/systemeventcatalogue.h"
+#include "logformat/storedvalue.h"
+#include "rendering/eventtemplate.h"
+
+#include <string_view>
+
+namespace
+{
+
+constexpr std::string_view readError = "readerror";
+
+std::string_view upToZeroByte(std::string_view bytes)
+{
+    return bytes.substr(0, bytes.find('\0'));
+}
+
+//! Substitutes what stands for a variant whose content cannot be read.
+void substituteUnreadable(ValueTexts &text, const StoredValue &variant)
+{
+    if (variant.state == StoredValue::State::TooShort) {
+        return;
+    }
+    text.substitute(
+        variant.integer == ArgumentType::Unknown
+            ? std::string_view("type: \"UNKNOWN\", more errors in this logentry possible")
+            : std::string_view("unknown type, expect more errors in this entry!"));
+}
+
+} // namespace
+
+void substituteStored(ValueTexts &text, const StoredValue &value,
+                      const SystemeventArgument &argument, const SystemeventCatalogue &catalogue)
+{
+    switch (ArgumentType::Code(value.type)) {
+    case ArgumentType::Byte:
+        text.substitute(QString(QLatin1Char(char(value.integer))));
+        return;
+    case ArgumentType::Bool:
+    case ArgumentType::Int16:
+    case ArgumentType::Int32:
+    case ArgumentType::Int64:
+        text.substitute(qlonglong(value.integer));
+        return;
+    case ArgumentType::UInt64:
+        text.substitute(qulonglong(value.integer));
+        return;
+    case ArgumentType::Float:
+    case ArgumentType::Double:
+        text.substitute(value.real);
+        return;
+    case ArgumentType::String:
+        text.substitute(value.isWhole() ? value.bytes : readError);
+        return;
+    case ArgumentType::ByteArray:
+        text.substitute(value.isWhole() ? upToZeroByte(value.bytes) : readError);
+        return;
+    case ArgumentType::Variant:
+        substituteUnreadable(text, value);
+        return;
+    case ArgumentType::Enum:
+        if (value.isWhole()) {
+            text.substitute(catalogue.enumText(argument.enumName, int(value.integer)));
+        } else {
+            text.substitute(readError);
+        }
+        return;
+    case ArgumentType::Unknown:
+        text.substitute(std::string_view("unknown argument type! further errors ahead!"));
+        return;
+    }
+    // Another code has read nothing and leaves its placeholder to the next argument.
+}
