@@ -13,7 +13,7 @@ set(allowed_output)
 set(allowed_binlog logformat messages output)
 set(allowed_reader catalog logformat rendering)
 set(allowed_udp catalog output rendering)
-set(allowed_manager binlog catalog devicelib logformat messages output reader rendering udp)
+set(allowed_manager binlog catalog devicelib logformat output reader rendering udp)
 set(allowed_app devicelib manager messages)
 
 cmake_policy(VERSION 3.22)
