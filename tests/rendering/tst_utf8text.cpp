@@ -57,6 +57,9 @@ private Q_SLOTS:
         QTest::newRow("fraction") << 23.75 << "23.75"_s;
         QTest::newRow("middle, rounds up from an even digit") << 12.03125 << "12.0313"_s;
         QTest::newRow("middle, negative") << -12.03125 << "-12.0313"_s;
+        QTest::newRow("middle of ten places") << 0.0009765625 << "0.000976563"_s;
+        QTest::newRow("middle, whole") << 1000005.0 << "1.00001e+06"_s;
+        QTest::newRow("middle, whole, with zeros behind it") << 100000500.0 << "1.00001e+08"_s;
         QTest::newRow("just below the middle") << std::nextafter(12.03125, 0) << "12.0312"_s;
         QTest::newRow("middle only as a decimal, above") << 1.000105 << "1.00011"_s;
         QTest::newRow("middle only as a decimal, below") << 1.000135 << "1.00013"_s;
@@ -85,7 +88,7 @@ private Q_SLOTS:
             QTest::addRow("seed %u", seed) << seed;
         }
     }
-    //! All bit patterns, sums of a few powers of two (middles among them) and their neighbours.
+    //! All bit patterns, sums of a few powers of two, middles, and their neighbours.
     void randomDoubles()
     {
         QFETCH(quint32, seed);
@@ -97,8 +100,13 @@ private Q_SLOTS:
             const double dyadic = std::ldexp(double(random() % 100000000), int(random() % 40) - 30);
             const double decimal
                 = double(random() % 20000000) / std::pow(10.0, double(random() % 12));
+            // So has one of n places, if it has sixteen digits: an odd multiple of five to the n.
+            const int places = 1 + int(random() % 22);
+            const double middle = std::ldexp(
+                std::ceil(1e15 / std::pow(5.0, places)) + double(random() % 8), -places);
             for (const double value :
-                 {any, double(float(any)), dyadic, std::nextafter(dyadic, 0.0), fifteen,
+                 {middle, -middle, std::nextafter(middle, 0.0), std::nextafter(middle, 1e30), any,
+                  double(float(any)), dyadic, std::nextafter(dyadic, 0.0), fifteen,
                   std::nextafter(fifteen, 0.0), decimal, std::nextafter(decimal, 1e30),
                   std::nextafter(decimal, 0.0), -decimal}) {
                 for (const int digits : {6, 15}) {
