@@ -25,8 +25,6 @@ public:
     ~DataNode() override;
     Q_DISABLE_COPY_MOVE(DataNode)
 
-    [[nodiscard]] QString objectPath() const { return path; }
-
     /*!
      * Exports the node; false when the bus refuses, for instance because the
      * path is taken. A path that no FactoryManager claims is exported all the

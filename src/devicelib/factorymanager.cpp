@@ -4,46 +4,38 @@
 #include <QList>
 
 #include <algorithm>
-#include <utility>
 
 namespace zib
 {
 namespace
 {
 
-QList<const FactoryManager *> &managers()
+QList<QRegularExpression> &claims()
 {
-    static QList<const FactoryManager *> all;
+    static QList<QRegularExpression> all;
     return all;
 }
 
 } // namespace
 
-FactoryManager::FactoryManager(QString domain, const QString &pathPattern, QObject *parent)
+FactoryManager::FactoryManager(const QString &domain, const QString &pathPattern, QObject *parent)
     : QObject(parent)
-    , domainName(std::move(domain))
     , pattern(pathPattern)
 {
-    managers().append(this);
-}
-
-FactoryManager::~FactoryManager()
-{
-    managers().removeOne(this);
+    Q_UNUSED(domain);
 }
 
 void FactoryManager::takeIntoService()
 {
-    inService = true;
+    claims().append(pattern);
 }
 
 bool FactoryManager::isClaimed(const QString &objectPath)
 {
-    const auto claims = [&objectPath](const FactoryManager *manager) {
-        return manager->inService && manager->pattern.isValid()
-            && manager->pattern.match(objectPath).hasMatch();
-    };
-    return std::any_of(managers().cbegin(), managers().cend(), claims);
+    return std::any_of(claims().cbegin(), claims().cend(),
+                       [&objectPath](const QRegularExpression &claim) {
+                           return claim.match(objectPath).hasMatch();
+                       });
 }
 
 } // namespace zib

@@ -14,30 +14,26 @@ namespace zib
  *
  * The claims of all managers of the process are kept together, so that a node
  * can tell whether anybody answers for its path (see DataNode::dbusRegister).
- * A claim counts once the manager has been put into service and ends with it.
  */
 class FactoryManager : public QObject
 {
     Q_OBJECT
 
 public:
-    //! \a pathPattern is a regular expression in Perl's syntax; an invalid one claims nothing.
-    FactoryManager(QString domain, const QString &pathPattern, QObject *parent = nullptr);
-    ~FactoryManager() override;
-    Q_DISABLE_COPY_MOVE(FactoryManager)
+    /*!
+     * \a pathPattern is a valid regular expression in Perl's syntax. The domain says
+     * whose paths they are; a path is claimed or not whatever its domain.
+     */
+    FactoryManager(const QString &domain, const QString &pathPattern, QObject *parent = nullptr);
 
-    //! Puts the manager into service. To be called once, right after construction.
+    //! Puts the manager into service: from now on, until the process ends, its claim counts.
     virtual void takeIntoService();
 
-    [[nodiscard]] QString domain() const { return domainName; }
-
-    //! Whether a manager of this process that is in service claims the object path.
+    //! Whether a manager of this process claims the object path.
     [[nodiscard]] static bool isClaimed(const QString &objectPath);
 
 private:
-    QString domainName;
     QRegularExpression pattern;
-    bool inService = false;
 };
 
 } // namespace zib

@@ -106,11 +106,6 @@ void Settings::load(Name setting, const QString &text)
     }
 }
 
-QVariant Settings::value(Name setting) const
-{
-    return row(setting).value(*this);
-}
-
 QVariantMap Settings::values() const
 {
     QVariantMap all;

@@ -44,9 +44,7 @@ public:
      */
     void load(Name setting, const QString &text);
 
-    //! The value that holds.
-    [[nodiscard]] QVariant value(Name setting) const;
-    //! All values, by the names that clients know.
+    //! All values that hold, by the names that clients know.
     [[nodiscard]] QVariantMap values() const;
 
     //! The key in the configuration service.

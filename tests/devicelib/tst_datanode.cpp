@@ -23,8 +23,6 @@ private Q_SLOTS:
     void initTestCase();
     void init();
 
-    void pathIsMadeOfParentAndName_data();
-    void pathIsMadeOfParentAndName();
     void nothingIsExportedBeforeRegistering();
     void registeringExportsSlots();
     void registeringExportsProperties();
@@ -91,31 +89,6 @@ void DataNodeTest::init()
 #if QT_VERSION >= QT_VERSION_CHECK(6, 3, 0)
     QTest::failOnWarning(QRegularExpression(QStringLiteral(".?")));
 #endif
-}
-
-void DataNodeTest::pathIsMadeOfParentAndName_data()
-{
-    QTest::addColumn<QString>("parentPath");
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("path");
-
-    QTest::newRow("node below a domain") << "/system"_s
-                                         << "eventlog"_s
-                                         << "/system/eventlog"_s;
-    QTest::newRow("node further down") << "/a/b"_s
-                                       << "c"_s
-                                       << "/a/b/c"_s;
-    QTest::newRow("node of the top") << ""_s
-                                     << "version"_s
-                                     << "/version"_s;
-}
-
-void DataNodeTest::pathIsMadeOfParentAndName()
-{
-    QFETCH(QString, parentPath);
-    QFETCH(QString, name);
-
-    QTEST(SampleNode(parentPath, name).objectPath(), "path");
 }
 
 void DataNodeTest::nothingIsExportedBeforeRegistering()
