@@ -16,10 +16,9 @@ namespace Stream
 namespace
 {
 
-// What the daemon's writer is made with.
-constexpr uint maxBundleSize = 2560;
-constexpr int flushInterval = 30;
-constexpr uint maxFileSize = 102400;
+constexpr uint maxBundleSize = BinaryLogInterface::defaultBundleSize;
+constexpr int flushInterval = BinaryLogInterface::defaultFlushInterval;
+constexpr uint maxFileSize = BinaryLogInterface::defaultFileSize;
 
 SystemeventCatalogue loadCatalogue()
 {

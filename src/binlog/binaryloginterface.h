@@ -37,6 +37,11 @@ class BinaryLogInterface : public LogInterface
 public:
     //! Where a device keeps its log.
     static QDir defaultLogDir();
+    // What it is made with, the daemon's on a device and the benchmarks' alike.
+    static constexpr uint defaultBundleSize = 2560; //!< bytes
+    static constexpr int defaultFlushInterval = 30; //!< seconds
+    static constexpr int defaultLogtail = 10;       //!< until another is set
+    static constexpr uint defaultFileSize = 102400; //!< bytes
 
     /*!
      * \a bundleLimit and \a fileLimit are in bytes, a \a fileLimit of 0 switches

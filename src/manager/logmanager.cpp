@@ -19,12 +19,6 @@ namespace
 
 const QLatin1String catalogueFile("/var/www/data/systemevent.xml");
 
-// What the binary log is made with: bytes, seconds, file index, bytes.
-constexpr uint maxBundleSize = 2560;
-constexpr int flushInterval = 30;
-constexpr int defaultLogtail = 10;
-constexpr uint maxFileSize = 102400;
-
 const QLatin1String defaultLanguage("en");
 
 //! The reply's text once it is there, empty when the call failed.
@@ -45,7 +39,8 @@ struct LogManager::PendingSetting {
 LogManager::LogManager(const QString &parentPath, const QString &nodeName, QObject *parent)
     : DataNode(parentPath, nodeName, parent)
     , logDir(BinaryLogInterface::defaultLogDir())
-    , binaryLog(maxBundleSize, flushInterval, defaultLogtail, maxFileSize)
+    , binaryLog(BinaryLogInterface::defaultBundleSize, BinaryLogInterface::defaultFlushInterval,
+                BinaryLogInterface::defaultLogtail, BinaryLogInterface::defaultFileSize)
     , udpLog(&catalogue)
     , reader(logDir, &catalogue)
     , config(zib::FwConfigGlobals::SERVICE_PATH_NAME, zib::FwConfigGlobals::SYSTEMVARIABLES_PATH,
