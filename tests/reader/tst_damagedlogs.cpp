@@ -79,8 +79,11 @@ private Q_SLOTS:
     void fileThatCannotBeRead();
 
 private:
-    //! Asks for every number there may be, the smallest and the largest included.
-    static void readAll(SystemeventLogfileReader &reader);
+    /*!
+     * Asks for every number there may be, the smallest and the largest included. A failure
+     * names the damage.
+     */
+    static void readAll(SystemeventLogfileReader &reader, const QString &damage);
 
     SystemeventCatalogue catalogue;
 };
@@ -95,13 +98,13 @@ void DamagedLogsTest::initTestCase()
     catalogue.events.insert(1001, event);
 }
 
-void DamagedLogsTest::readAll(SystemeventLogfileReader &reader)
+void DamagedLogsTest::readAll(SystemeventLogfileReader &reader, const QString &damage)
 {
     const quint64 lowest = reader.getMinLogNr();
     const quint64 highest = reader.getMaxLogNr();
     for (const quint64 logNr : {quint64(0), quint64(1), quint64(2), quint64(3), lowest, highest}) {
         const QString entry = reader.jsonEntry(logNr, "en"_s);
-        QVERIFY(entry.isEmpty() || entry.endsWith(QLatin1Char('}')));
+        QVERIFY2(entry.isEmpty() || entry.endsWith(QLatin1Char('}')), qPrintable(damage));
     }
 }
 
@@ -114,11 +117,13 @@ void DamagedLogsTest::everyBitFlipped()
         QByteArray damaged = healthy;
         damaged[bit / 8] = char(damaged[bit / 8] ^ (1 << bit % 8));
         logs.put(0, damaged);
+        const QString flipped = "bit %1 of byte %2"_s.arg(bit % 8).arg(bit / 8);
         SystemeventLogfileReader reader(logs.dir(), &catalogue);
-        readAll(reader);
+        readAll(reader, flipped);
         // Damage before the last record does not reach it.
         if (bit / 8 < 2 * recordWithValues(1).size() - 2) {
-            QVERIFY(reader.jsonEntry(3, "en"_s).startsWith("{\"eventnr\":3,"_s));
+            QVERIFY2(reader.jsonEntry(3, "en"_s).startsWith("{\"eventnr\":3,"_s),
+                     qPrintable(flipped));
         }
     }
     qInstallMessageHandler(loud);
@@ -132,7 +137,7 @@ void DamagedLogsTest::everyLength()
     for (int length = 0; length <= healthy.size(); ++length) {
         logs.put(0, healthy.left(length));
         SystemeventLogfileReader reader(logs.dir(), &catalogue);
-        readAll(reader);
+        readAll(reader, "cut at %1"_s.arg(length));
         if (length % recordWithValues(1).size() == 0) {
             QCOMPARE(reader.getMaxLogNr(), quint64(length / recordWithValues(1).size()));
         }
@@ -248,11 +253,11 @@ void DamagedLogsTest::randomBytesEnd()
         }
         logs.put(0, bytes);
         SystemeventLogfileReader reader(logs.dir(), &catalogue);
-        readAll(reader);
+        readAll(reader, "round %1"_s.arg(round));
         QVERIFY(reader.getMinLogNr() != noMinimum);
         logs.append(0, threeRecords());
         reader.logfileChanged();
-        readAll(reader);
+        readAll(reader, "round %1, and records behind it"_s.arg(round));
     }
     qInstallMessageHandler(loud);
 }

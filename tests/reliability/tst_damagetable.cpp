@@ -161,7 +161,7 @@ private:
     void loadFile(int index, const QString &path);
     void restore(int index);
     void put(int index, const QByteArray &bytes);
-    void flip(int index, int bit);
+    [[nodiscard]] QString flip(int index, int bit);
     [[nodiscard]] std::vector<Field> fieldsOf(const QByteArray &record) const;
     void flipTrailers(int index);
     void cut(int length);
@@ -344,12 +344,14 @@ QString DamageTableTest::problemAfter(const Damage &damage)
     return problem;
 }
 
-void DamageTableTest::flip(int index, int bit)
+//! Flips one bit of a file, and says which.
+QString DamageTableTest::flip(int index, int bit)
 {
     QByteArray bytes = files[size_t(index)].bytes;
     bytes[bit / 8] = char(bytes[bit / 8] ^ (1 << bit % 8));
     put(index, bytes);
     ++bitsFlipped;
+    return "bit %1 of byte %2 of %3"_s.arg(bit % 8).arg(bit / 8).arg(nameOf(index));
 }
 
 void DamageTableTest::aBitOfARecord_data()
@@ -396,13 +398,16 @@ void DamageTableTest::aBitOfARecord()
         QVERIFY(offset < field.end);
         for (; offset < field.end; ++offset) {
             for (int bit = 0; bit < 8; ++bit) {
-                flip(index, (record.begin + offset) * 8 + bit);
-                QCOMPARE(problemAfter(field.damage), QString());
-                QVERIFY(lost.size() >= field.least && lost.size() <= field.most);
-                QVERIFY(lost.empty() || lost.count(record.logNr) == 1);
+                const QString flipped = flip(index, (record.begin + offset) * 8 + bit);
+                const QString problem = problemAfter(field.damage);
+                QVERIFY2(problem.isEmpty(), qPrintable(flipped + ": "_s + problem));
+                QVERIFY2(lost.size() >= field.least && lost.size() <= field.most,
+                         qPrintable(flipped));
+                QVERIFY2(lost.empty() || lost.count(record.logNr) == 1, qPrintable(flipped));
+                QVERIFY2(row(field.damage).invalidJson == 0 || !field.keepsJson,
+                         qPrintable(flipped));
             }
         }
-        QVERIFY(row(field.damage).invalidJson == 0 || !field.keepsJson);
     }
     QCOMPARE(offset, record.end - record.begin - 2);
 }
@@ -422,16 +427,17 @@ void DamageTableTest::flipTrailers(int index)
     for (size_t at = 0; at < file.records.size(); ++at) {
         const Numbers before = numbersOf(file, 0, at);
         for (int bit = 0; bit < 16; ++bit) {
-            flip(index, (file.records[at].end - 2) * 8 + bit);
-            QCOMPARE(problemAfter({"a bit of a length field",
-                                   "that record, those before it in its file, and one more"}),
-                     QString());
+            const QString flipped = flip(index, (file.records[at].end - 2) * 8 + bit);
+            const QString problem
+                = problemAfter({"a bit of a length field",
+                                "that record, those before it in its file, and one more"});
+            QVERIFY2(problem.isEmpty(), qPrintable(flipped + ": "_s + problem));
             // One that points before the start hides the record right behind. Elsewhere the
             // wrong places may by chance hold the number of a record of any file.
             Numbers others;
             std::set_difference(lost.begin(), lost.end(), before.begin(), before.end(),
                                 std::inserter(others, others.end()));
-            QVERIFY(others.size() <= 1);
+            QVERIFY2(others.size() <= 1, qPrintable(flipped));
         }
     }
 }
