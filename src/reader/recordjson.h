@@ -35,7 +35,8 @@ public:
      * four times. Values that make no placeholders never draw on it, however large they
      * and the log are.
      */
-    static constexpr qint64 answerWork = 8 * EventText::maxLength;
+    static constexpr qint64 answerWork = 8388608;
+    static_assert(answerWork == 8 * EventText::maxLength);
 
     //! The catalogue is not owned and must outlive this.
     RecordJson(const SystemeventCatalogue *systemevents, QString language);
