@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "binlog/binaryloginterface.h"
 #include "folders.h"
-#include "logformat/logformat.h"
+#include "logformat/encoding.h"
 #include "stream.h"
 
 #include <benchmark/benchmark.h>
