@@ -7,6 +7,7 @@
 #include "support/literals.h"
 #include "support/recordbytes.h"
 #include "support/workedrecord.h"
+#include "trouble.h"
 
 #include <QAbstractEventDispatcher>
 #include <QCoreApplication>
@@ -20,48 +21,15 @@
 #include <QTimerEvent>
 #include <QtEndian>
 
-#include <algorithm>
 #include <cerrno>
 #include <limits>
 #include <memory>
 
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 namespace
 {
-
-//! The size that a file had at each fsync(2) of this process.
-QList<qint64> syncedSizes;
-//! How much each write(2) of this process was about.
-QList<qint64> writtenSizes;
-
-//! What the storage does to this process; every error is an errno value, 0 for none.
-struct Trouble {
-    int writeError = 0;
-    qint64 space = -1; //!< bytes that a write still finds space for; negative: any number
-    int fsyncError = 0;
-    int truncateError = 0;
-};
-Trouble trouble;
-
-bool fails(int error)
-{
-    if (error != 0) {
-        errno = error;
-    }
-    return error != 0;
-}
-
-//! That of a regular file; messages to a pipe or a terminal are left in peace.
-bool isStored(int descriptor)
-{
-    struct stat state {
-    };
-    return fstat(descriptor, &state) == 0 && S_ISREG(state.st_mode) && descriptor > STDERR_FILENO;
-}
 
 constexpr uint bundleLimit = 2560;
 constexpr uint fileLimit = 102400;
@@ -84,40 +52,6 @@ protected:
 };
 
 } // namespace
-
-//! Stands in front of the C library's, for the writer that is linked to this program.
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
-extern "C" int fsync(int descriptor)
-{
-    struct stat state {
-    };
-    fstat(descriptor, &state);
-    syncedSizes.append(state.st_size);
-    return fails(trouble.fsyncError) ? -1 : int(syscall(SYS_fsync, descriptor));
-}
-
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
-extern "C" ssize_t write(int descriptor, const void *bytes, size_t size)
-{
-    writtenSizes.append(qint64(size));
-    if (!isStored(descriptor) || trouble.space < 0) {
-        return isStored(descriptor) && fails(trouble.writeError)
-            ? -1
-            : syscall(SYS_write, descriptor, bytes, size);
-    }
-    const size_t fits = std::min(size, size_t(trouble.space));
-    if (fits == 0 && fails(ENOSPC)) {
-        return -1;
-    }
-    trouble.space -= qint64(fits);
-    return syscall(SYS_write, descriptor, bytes, fits);
-}
-
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
-extern "C" int ftruncate(int descriptor, off_t size) noexcept
-{
-    return fails(trouble.truncateError) ? -1 : int(syscall(SYS_ftruncate, descriptor, size));
-}
 
 class BinaryLogInterfaceTest : public QObject
 {

@@ -5,6 +5,7 @@
 #include "binlog/binaryloginterface.h"
 #include "support/literals.h"
 #include "support/recordbytes.h"
+#include "trouble.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,78 +15,28 @@
 #include <QTest>
 #include <QtEndian>
 
-#include <algorithm>
 #include <cerrno>
 #include <ctime>
 #include <memory>
 
-#include <dlfcn.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 namespace
 {
 
-//! What the functions of the C library below do to this process.
-struct Faults {
-    qint64 space = -1; //!< bytes that still fit, -1 for any number
-    bool fsyncFails = false;
-    bool truncateFails = false;
-    bool clockFails = false;
-};
-Faults faults;
-
+bool clockFails = false;
 constexpr qint64 recordSize = 33; // a head, an empty path, the end
-
-bool isRegularFile(int descriptor)
-{
-    struct stat state {
-    };
-    return fstat(descriptor, &state) == 0 && S_ISREG(state.st_mode);
-}
-
-int failWith(int error)
-{
-    errno = error;
-    return -1;
-}
 
 } // namespace
 
-// These stand in front of the C library's.
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
-extern "C" ssize_t write(int descriptor, const void *bytes, size_t size)
-{
-    if (faults.space < 0 || !isRegularFile(descriptor)) {
-        return syscall(SYS_write, descriptor, bytes, size);
-    }
-    const qint64 fitting = std::min(qint64(size), faults.space);
-    if (fitting == 0) {
-        return failWith(ENOSPC);
-    }
-    faults.space -= fitting;
-    return syscall(SYS_write, descriptor, bytes, size_t(fitting));
-}
-
-extern "C" int fsync(int descriptor)
-{
-    return faults.fsyncFails ? failWith(EIO) : int(syscall(SYS_fsync, descriptor));
-}
-
-extern "C" int ftruncate64(int descriptor, off64_t size) noexcept
-{
-    // By no system call: processors of 32 bits differ in how they take the size.
-    using Truncate = int (*)(int, off64_t);
-    static const auto original = reinterpret_cast<Truncate>(dlsym(RTLD_NEXT, "ftruncate64"));
-    return faults.truncateFails ? failWith(EIO) : original(descriptor, size);
-}
-
+//! Stands in front of the C library's.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" int gettimeofday(timeval *now, void * /*zone*/) noexcept
 {
-    if (faults.clockFails) {
-        return failWith(EFAULT);
+    if (clockFails) {
+        errno = EFAULT;
+        return -1;
     }
     timespec time{};
     (void)clock_gettime(CLOCK_REALTIME, &time);
@@ -93,7 +44,6 @@ extern "C" int gettimeofday(timeval *now, void * /*zone*/) noexcept
     now->tv_usec = decltype(now->tv_usec)(time.tv_nsec / 1000);
     return 0;
 }
-// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 class OutageTest : public QObject
 {
@@ -136,7 +86,8 @@ void OutageTest::init()
 
 void OutageTest::cleanup()
 {
-    faults = {};
+    trouble = {};
+    clockFails = false;
     log.reset();
     folder.reset();
 }
@@ -188,24 +139,24 @@ void OutageTest::bundleThatDoesNotFitIsLostWhole()
 {
     QFETCH(qint64, space);
     store(3);
-    faults.space = space;
+    trouble.space = space;
     QTest::ignoreMessage(QtWarningMsg, "The log cannot be stored: No space left on device");
     store(3);
     QCOMPARE(numbers(), (QList<quint64>{1, 2, 3}));
-    faults.space = 0;
+    trouble.space = 0;
     store(2); // and nothing is said about it
     QCOMPARE(numbers(), (QList<quint64>{1, 2, 3}));
 
-    faults.space = -1;
+    trouble.space = -1;
     QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 5");
     store(1);
     store(1);
     QCOMPARE(numbers(), (QList<quint64>{1, 2, 3, 9, 10}));
 
-    faults.space = 0;
+    trouble.space = 0;
     QTest::ignoreMessage(QtWarningMsg, "The log cannot be stored: No space left on device");
     store(1);
-    faults.space = -1;
+    trouble.space = -1;
     QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 1");
     store(1);
     QCOMPARE(numbers(), (QList<quint64>{1, 2, 3, 9, 10, 12}));
@@ -213,10 +164,10 @@ void OutageTest::bundleThatDoesNotFitIsLostWhole()
 
 void OutageTest::emptyBundleEndsNoOutage()
 {
-    faults.space = 0;
+    trouble.space = 0;
     QTest::ignoreMessage(QtWarningMsg, "The log cannot be stored: No space left on device");
     store(1);
-    faults.space = -1;
+    trouble.space = -1;
     store(0); // would say that the log is stored again, and fail
     QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 1");
     store(1);
@@ -224,11 +175,11 @@ void OutageTest::emptyBundleEndsNoOutage()
 
 void OutageTest::bundleThatIsNotSyncedIsReported()
 {
-    faults.fsyncFails = true;
+    trouble.fsyncError = EIO;
     QTest::ignoreMessage(QtWarningMsg, "The log cannot be stored: Input/output error");
     store(1);
     store(1);
-    faults.fsyncFails = false;
+    trouble.fsyncError = 0;
     QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 0");
     store(1);
     QCOMPARE(numbers(), (QList<quint64>{1, 2, 3}));
@@ -238,19 +189,19 @@ void OutageTest::tornRecordIsCutOffBeforeAnythingElse()
 {
     open(140);
     store(3);
-    faults.space = 50;
-    faults.truncateFails = true;
+    trouble.space = 50;
+    trouble.truncateError = EIO;
     QTest::ignoreMessage(QtWarningMsg, "The log cannot be stored: No space left on device");
     store(3);
     const QByteArray torn = content();
     QCOMPARE(torn.size(), 149);
-    faults.space = -1;
+    trouble.space = -1;
     store(1);
     // Nothing is put behind half a record, and the file is not rotated away with it.
     QCOMPARE(content(), torn);
     QVERIFY(!QFile::exists(folder->filePath("log/zib1.log"_s)));
 
-    faults.truncateFails = false;
+    trouble.truncateError = 0;
     QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 4");
     store(1);
     QCOMPARE(numbers(), (QList<quint64>{1, 2, 3, 8}));
@@ -277,15 +228,15 @@ void OutageTest::fileShorterThanItsTearIsNotLengthened()
     QFETCH(bool, cutFails);
     QFETCH(QList<quint64>, stored);
     store(3);
-    faults.space = 50;
-    faults.truncateFails = true;
+    trouble.space = 50;
+    trouble.truncateError = EIO;
     QTest::ignoreMessage(QtWarningMsg, "The log cannot be stored: No space left on device");
     store(3);
-    faults = {};
+    trouble = {};
     QCOMPARE(content().size(), 149);
     QVERIFY(QFile::resize(folder->filePath("log/zib0.log"_s), size)); // by somebody else
 
-    faults.truncateFails = cutFails;
+    trouble.truncateError = cutFails ? EIO : 0;
     QTest::ignoreMessage(QtWarningMsg, "The log is stored again; records lost meanwhile: 3");
     const QSignalSpy rotated(log.get(), &BinaryLogInterface::logsRotated);
     store(1);
@@ -346,10 +297,10 @@ void OutageTest::emptiedFileIsContinuedAtItsEnd()
 
 void OutageTest::clockThatCannotBeReadGivesNoTime()
 {
-    faults.clockFails = true;
+    clockFails = true;
     store(1);
     QCOMPARE(content().mid(8, 16), QByteArray(16, '\0'));
-    faults.clockFails = false;
+    clockFails = false;
     store(1);
     QVERIFY(content().mid(int(recordSize) + 8, 8) != QByteArray(8, '\0'));
 }
