@@ -123,10 +123,10 @@ void checkLanguage(UdpLogInterface &udp, const QString &lang)
 }
 
 //! The log files of a device, and which there have to be.
-class LogFiles
+class PlacedFiles
 {
 public:
-    explicit LogFiles(Input &input)
+    explicit PlacedFiles(Input &input)
     {
         folder().clear();
         for (int count = input.below(8); count > 0; --count) {
@@ -205,7 +205,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     static const SystemeventCatalogue catalogue;
     Input input(data, size);
     UdpLogInterface udp(&catalogue);
-    LogFiles files(input);
+    PlacedFiles files(input);
     for (int step = 0; step < mostSteps && !input.atEnd(); ++step) {
         switch (input.below(6)) {
         case 0:

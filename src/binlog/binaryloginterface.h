@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "binlog/currentfile.h"
+#include "binlog/logfiles.h"
 #include "output/loginterface.h"
 
 #include <QByteArray>
 #include <QDir>
 
-#include <memory>
-
-class QFile;
+#include <system_error>
 
 /*!
  * Appends events to a rotating set of log files.
@@ -91,20 +91,13 @@ protected:
     void appendTimestamp(qint64 seconds, qint32 microseconds);
 
 private:
-    // Each is false, with the reason in errno, when it could not be done.
-    [[nodiscard]] bool returnToDirectory();
-    [[nodiscard]] bool mendFile();
-    [[nodiscard]] bool cutOffTornRecord();
-    [[nodiscard]] bool appendBundle();
-    void reportStoring(bool stored, int reason);
-    [[nodiscard]] bool openCurrentFile();
+    [[nodiscard]] std::error_code appendBundle();
+    [[nodiscard]] std::error_code returnToFolder();
+    void reportStoring(std::error_code failure);
+    [[nodiscard]] std::error_code openCurrentFile();
     void openCurrentFileOrDie();
     void continueCurrentFile();
     void readLastLogNr();
-    void continueAfterOlderFiles();
-    [[nodiscard]] QString filePath(int index) const;
-    [[nodiscard]] QList<int> existingFiles(int lowest, int highest) const;
-    void removeFiles(int lowest, int highest);
 
     QByteArray bundle; //!< whole records not yet written
     uint maxFileSize;
@@ -112,11 +105,10 @@ private:
     uint maxBundleSize;
     int recordsInBundle = 0;
     int flushInterval;
-    QDir logDir;
-    qint64 recordBegin = 0;             //!< of the record under construction, in the bundle
-    int flushTimerId = 0;               //!< 0 when no timer runs
-    std::unique_ptr<QFile> currentFile; //!< what device points to
-    bool outage = false;                //!< whether the last bundle could not be stored
-    quint64 recordsLost = 0;            //!< in this outage
-    qint64 tornAt = -1; //!< where the file has to be cut off once it can be; -1: nowhere
+    LogFiles files;
+    CurrentFile currentFile;
+    qint64 recordBegin = 0;  //!< of the record under construction, in the bundle
+    int flushTimerId = 0;    //!< 0 when no timer runs
+    bool outage = false;     //!< whether the last bundle could not be stored
+    quint64 recordsLost = 0; //!< in this outage
 };
