@@ -31,6 +31,7 @@ BinaryLogInterface::BinaryLogInterface(uint bundleLimit, int flushSeconds, int h
     , maxBundleSize(bundleLimit)
     , flushInterval(flushSeconds)
     , files(directory)
+    , lock(directory)
 {
     if (files.ensureFolder()) {
         qFatal("%s does not exist and cannot be created.", qPrintable(directory.path()));
@@ -210,6 +211,9 @@ std::error_code BinaryLogInterface::openCurrentFile()
 {
     const std::error_code error = currentFile.open(files.path(0));
     device = currentFile.device();
+    if (!error) {
+        lock.hold(); // not before: it blocks an unmounting no more than the open file does
+    }
     return error;
 }
 

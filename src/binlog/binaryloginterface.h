@@ -2,6 +2,7 @@
 #pragma once
 
 #include "binlog/currentfile.h"
+#include "binlog/folderlock.h"
 #include "binlog/logfiles.h"
 #include "output/loginterface.h"
 
@@ -21,7 +22,8 @@
  *
  * Numbering: runs on across files, clearing and restarts; a start with no record
  * anywhere begins at 1.
- * Owns: the handle of the current file; nobody else may write in the directory.
+ * Owns: the handle of the current file; nobody else may write in the directory. As long as
+ * that file is open the directory is locked (FolderLock), unless somebody else has the lock.
  * Failure: ends the process with a fatal message when the directory or the
  * current file cannot be opened. A bundle that cannot be written is lost as a whole,
  * its numbers stay unused, and storing goes on with the next one; one whose fsync fails
@@ -107,6 +109,7 @@ private:
     int flushInterval;
     LogFiles files;
     CurrentFile currentFile;
+    FolderLock lock;
     qint64 recordBegin = 0;  //!< of the record under construction, in the bundle
     int flushTimerId = 0;    //!< 0 when no timer runs
     bool outage = false;     //!< whether the last bundle could not be stored

@@ -5,6 +5,7 @@
 #include "binlog/binaryloginterface.h"
 #include "support/goldenrecords.h"
 #include "support/literals.h"
+#include "support/lockedfolder.h"
 #include "support/recordbytes.h"
 #include "support/workedrecord.h"
 #include "trouble.h"
@@ -101,6 +102,9 @@ private Q_SLOTS:
     void astronomicalLogtailReturnsAtOnce();
     void clearing();
     void clearingLeavesTheFlushTimerRunning();
+
+    void folderStaysLocked();
+    void lockOfAnotherStopsNothing();
 
     void missingDirectoryIsCreated();
     void fatalMessages_data();
@@ -740,6 +744,37 @@ void BinaryLogInterfaceTest::clearingLeavesTheFlushTimerRunning()
     fireTimer(*log);
     QCOMPARE(timers(), QList<int>());
     QCOMPARE(content(0).size(), 33);
+}
+
+void BinaryLogInterfaceTest::folderStaysLocked()
+{
+    auto log = makeLog(10, 78 * 33);
+    QVERIFY(isLocked(folder->path()));
+    logSmall(*log, 78);
+    QCOMPARE(indexes(), (QList<int>{0, 1})); // rotated
+    QVERIFY(isLocked(folder->path()));
+    log->clearLogfiles();
+    QVERIFY(isLocked(folder->path()));
+    QVERIFY(QDir(folder->path()).removeRecursively());
+    logSmall(*log, 78);
+    QVERIFY(isLocked(folder->path()));
+    log.reset();
+    QVERIFY(!isLocked(folder->path()));
+}
+
+void BinaryLogInterfaceTest::lockOfAnotherStopsNothing()
+{
+    auto other = std::make_unique<LockedFolder>(folder->path());
+    QVERIFY(other->lock());
+    const auto log = makeLog();
+    logSmall(*log, 78);
+    QCOMPARE(content(0).size(), 78 * 33);
+    log->clearLogfiles();
+    QVERIFY(other->lock());
+    other.reset();
+    QVERIFY(!isLocked(folder->path()));
+    log->clearLogfiles(); // the file is opened anew: an occasion to take it
+    QVERIFY(isLocked(folder->path()));
 }
 
 void BinaryLogInterfaceTest::missingDirectoryIsCreated()
