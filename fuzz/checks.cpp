@@ -25,7 +25,7 @@ void keepMessage(QtMsgType type, const QMessageLogContext & /*context*/, const Q
     if (type == QtDebugMsg) {
         messages().append(message);
     } else if (type == QtWarningMsg && message.startsWith(missing)) {
-        messages().append(missing); // how it goes on is the framework's
+        messages().append(missing); // how it goes on is Qt's
     } else if (type == QtFatalMsg) {
         (void)fprintf(stderr, "%s\n", qPrintable(message));
     }

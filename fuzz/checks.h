@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 /*!
  * To be called first for every input: gives the process an application object,
- * silences what the framework and the product say, and forgets what they said.
+ * silences what Qt and the product say, and forgets what they said.
  */
 void prepare();
 

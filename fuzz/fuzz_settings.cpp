@@ -54,7 +54,7 @@ void checkSwitch(const QString &text)
     if (isAscii(text)) {
         require(QVariant(text).toBool() == !off, "a switch by its text");
     } else {
-        (void)QVariant(text).toBool(); // letters of other scripts are the framework's
+        (void)QVariant(text).toBool(); // letters of other scripts are Qt's
     }
 }
 

@@ -18,7 +18,7 @@ constexpr char message[] = "The connection to the bus is lost.";
 
 BusLoss::BusLoss(QDBusConnection bus)
 {
-    // The bus library sends this signal to its own process.
+    // libdbus sends this signal to its own process.
     bus.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
                 QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
                 SLOT(endApplication()));
@@ -26,13 +26,13 @@ BusLoss::BusLoss(QDBusConnection bus)
     QMetaObject::invokeMethod(
         this, [this] { state->starting = false; }, Qt::QueuedConnection);
     if (const auto *const interface = bus.interface()) {
-        // The connection's core and its notifiers live in the binding's thread.
+        // The connection's core and its notifiers live in QtDBus's thread.
         QMetaObject::invokeMethod(
             interface->parent(), [bus, known = state] { watch(bus, known); }, Qt::QueuedConnection);
     }
 }
 
-//! Runs in the binding's thread.
+//! Runs in QtDBus's thread.
 void BusLoss::watch(const QDBusConnection &bus, const std::shared_ptr<State> &state)
 {
     const auto notifiers = bus.interface()->parent()->findChildren<QSocketNotifier *>();
@@ -44,7 +44,7 @@ void BusLoss::watch(const QDBusConnection &bus, const std::shared_ptr<State> &st
     }
 }
 
-//! Runs in the binding's thread.
+//! Runs in QtDBus's thread.
 void BusLoss::endProcess(State &state)
 {
     if (state.starting && !state.reported.exchange(true)) {

@@ -9,12 +9,12 @@
 class QDBusConnection;
 
 /*!
- * Ends the application with status 1 when a connection to the bus is lost. The binding
+ * Ends the application with status 1 when a connection to the bus is lost. QtDBus
  * does not connect again, so the process would go on, deaf and mute, for good; a service
  * manager starts a new one.
  *
  * Before the event loop runs, the process ends at once instead. Whatever waits for an
- * answer then would wait for ever: the binding neither passes the loss on nor ends the
+ * answer then would wait for ever: QtDBus neither passes the loss on nor ends the
  * calls that have not been answered.
  */
 class BusLoss : public QObject
@@ -28,7 +28,7 @@ private Q_SLOTS:
     void endApplication();
 
 private:
-    //! Known to the binding's thread too, and there as long as the connection.
+    //! Known to QtDBus's thread too, and there as long as the connection.
     struct State {
         std::atomic<bool> starting = true;
         std::atomic<bool> reported = false;

@@ -6,8 +6,11 @@
 #include <QDBusConnectionInterface>
 #include <QEvent>
 #include <QSocketNotifier>
+#include <QtDebug>
 
+#include <algorithm>
 #include <chrono>
+#include <iterator>
 
 namespace zib
 {
@@ -20,20 +23,32 @@ void switchOffAndOn(QSocketNotifier *notifier)
     notifier->setEnabled(true);
 }
 
+//! They are children of the connection's core, as its interface object is.
+QList<QSocketNotifier *> readNotifiers(const QDBusConnection &connection)
+{
+    QList<QSocketNotifier *> found;
+    if (const auto *const interface = connection.interface()) {
+        const auto all = interface->parent()->findChildren<QSocketNotifier *>();
+        std::copy_if(all.begin(), all.end(), std::back_inserter(found), [](const auto *notifier) {
+            return notifier->type() == QSocketNotifier::Read;
+        });
+    }
+    return found;
+}
+
 } // namespace
 
 BusReading::BusReading(const QDBusConnection &connection)
 {
     soon.setSingleShot(true);
     soon.setInterval(std::chrono::seconds(1));
-    // The notifiers are children of the connection's core, as its interface object is.
-    const QObject *const core = connection.interface()->parent();
-    const auto notifiers = core->findChildren<QSocketNotifier *>();
+    const auto notifiers = readNotifiers(connection);
     for (QSocketNotifier *const notifier : notifiers) {
-        if (notifier->type() == QSocketNotifier::Read) {
-            connect(&soon, &QTimer::timeout, notifier,
-                    [notifier] { switchOffAndOn(notifier); }); // runs in its thread
-        }
+        connect(&soon, &QTimer::timeout, notifier,
+                [notifier] { switchOffAndOn(notifier); }); // runs in its thread
+    }
+    if (notifiers.isEmpty()) {
+        qWarning("The connection to the bus has no notifier to look after.");
     }
     connect(&soon, &QTimer::timeout, this, &BusReading::processed);
     soon.start();
@@ -42,7 +57,7 @@ BusReading::BusReading(const QDBusConnection &connection)
 
 bool BusReading::eventFilter(QObject *receiver, QEvent *event)
 {
-    // The binding delivers messages as calls across threads.
+    // QtDBus delivers messages as calls across threads.
     if (event->type() == QEvent::MetaCall && !soon.isActive()) {
         soon.start();
     }

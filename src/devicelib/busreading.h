@@ -10,18 +10,20 @@ namespace zib
 {
 
 /*!
- * Keeps a connection reading after a flood.
+ * Keeps a connection to the bus reading after a flood of messages.
  *
- * The bus library stops reading once received messages of some 60 MiB wait to be
- * processed, so that memory stays bounded, and starts again when they have been. That
- * happens on the event loop's thread, where the binding cannot switch its socket
- * notifier on, as it belongs to another thread; the notifier then even claims to be on.
- * Without help the process would be deaf from then on. So at most a second after the
- * event loop has processed anything from another thread, the notifier is switched off
- * and on again where it lives. An idle process is not woken.
+ * libdbus keeps what it has received until it is processed, and stops reading the socket
+ * while that is more than some 60 MiB. When there is room again it asks QtDBus to watch the
+ * socket. QtDBus then switches its socket notifier on from the event loop's thread, although
+ * the notifier belongs to QtDBus's own thread. That has no effect: the notifier says it is
+ * on, and never tells of anything. The process would be deaf from then on.
  *
- * To be made on the event loop's thread, for a connection that is up and lives as long
- * as the process.
+ * So, at most a second after the event loop has processed a message, this switches the
+ * notifier off and on again in its own thread. An idle process is not woken.
+ *
+ * To be made on the event loop's thread, for a connection that is up and lives as long as
+ * the process. Where QtDBus keeps its notifiers elsewhere than it does today, a warning says
+ * that there is nothing to look after.
  */
 class BusReading : public QObject
 {
@@ -31,7 +33,7 @@ public:
     explicit BusReading(const QDBusConnection &connection);
 
 Q_SIGNALS:
-    //! Comes along with it: within the last second messages were processed.
+    //! Messages were processed within the last second.
     void processed();
 
 protected:

@@ -15,7 +15,7 @@ DataNode::DataNode(const QString &parentPath, const QString &nodeName, QObject *
 {
 }
 
-DataNode::~DataNode() = default; // the bus binding drops an object that dies
+DataNode::~DataNode() = default; // QtDBus drops an object that dies
 
 bool DataNode::dbusRegister()
 {

@@ -16,7 +16,7 @@ namespace zib
 namespace
 {
 
-//! The framework's message types as severities of syslog(3), where smaller is graver.
+//! Qt's message types as severities of syslog(3), where smaller is graver.
 int severityOf(QtMsgType type)
 {
     switch (type) {

@@ -11,7 +11,7 @@ namespace zib
 {
 
 /*!
- * The process's way into syslog. Once opened, the framework's messages of the set
+ * The process's way into syslog. Once opened, Qt's messages of the set
  * level and above go to the system's logger, in the layout of syslog(3), as well as
  * wherever they went before.
  * Failure: never waits. A message is lost to a logger that is absent or does not read.

@@ -15,9 +15,9 @@ namespace
 
 using std::chrono::steady_clock;
 
-//! The framework's handler is a function, so what it knows belongs to the process.
+//! Qt's handler is a function, so what it knows belongs to the process.
 struct Shared {
-    std::mutex mutex; // the bus binding's thread has messages too
+    std::mutex mutex; // QtDBus's thread has messages too
     MessageBound bound;
     QtMessageHandler destination = nullptr;
     BoundedMessages *installed = nullptr;

@@ -6,7 +6,7 @@
 #include <QtGlobal>
 
 /*!
- * As long as it lives, the framework's messages are bounded by MessageBound before they
+ * As long as it lives, Qt's messages are bounded by MessageBound before they
  * go where they went. When a minute is over in which some were left out, one line for
  * each kind says how many; it comes by itself where an event loop runs, and otherwise with
  * the next message or the end of this object. A process that leaves nothing out is not woken.

@@ -8,7 +8,7 @@
 #include <vector>
 
 /*!
- * Counts the lines of the framework's messages and decides which are written: of each
+ * Counts the lines of Qt's messages and decides which are written: of each
  * kind so many in a minute. Whoever can provoke a message can provoke millions of them.
  *
  * Of a kind are messages of one type that begin with the same characters. A minute begins

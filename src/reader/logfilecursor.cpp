@@ -132,7 +132,8 @@ void LogFileCursor::refill(qint64 size)
 {
     const qint64 wanted = std::max(size, usualRead);
     const qint64 position = current->position;
-    // Who goes backwards wants what lies before next.
+    // A walk towards the start of the file asks for positions ever lower. The window then ends
+    // with the bytes asked for, so that the next ones are in it already.
     const bool backwards = windowSize > 0 && position < windowBegin;
     const qint64 end = position + (backwards ? size : wanted);
     windowBegin = std::max<qint64>(0, end - wanted);

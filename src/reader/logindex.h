@@ -34,7 +34,7 @@ public:
     [[nodiscard]] const_iterator from(quint64 logNr) const;
     [[nodiscard]] const_iterator end() const { return entries.cend(); }
 
-    //! All ones without any record.
+    //! 0xFFFFFFFFFFFFFFFF without any record.
     [[nodiscard]] quint64 minLogNr() const;
     //! 0 without any record.
     [[nodiscard]] quint64 maxLogNr() const;

@@ -10,13 +10,14 @@
 namespace
 {
 
-// No text between two substitutions is longer than the template and the values put
-// in. Each substitution counts the text before and after it, and there are at most a
-// hundred different placeholders, "%0" to "%99".
-constexpr qint64 longestBetween
+// What is rendered in one pass must not be what EventText would cut short. EventText makes it
+// in steps, one for each of at most a hundred placeholders, "%0" to "%99". After each step its
+// text holds the template and some of the values, so it is never longer than this; and a step
+// costs the length of the text before and after it.
+constexpr qint64 longestStep
     = EventTemplate::maxTemplateSize + qint64(EventTemplate::maxOnePassSize);
-static_assert(longestBetween <= EventText::maxLength
-              && longestBetween * 2 * 100 <= EventText::maxWork);
+static_assert(longestStep <= EventText::maxLength);
+static_assert(100 * 2 * longestStep <= EventText::maxWork);
 
 } // namespace
 

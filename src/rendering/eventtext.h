@@ -58,7 +58,7 @@ private:
 /*!
  * The text of a value as it came with a status change, whatever the catalogue
  * declares: QVariant::toString(), except where that differs between versions of
- * the framework. Kept as devices in the field write it: a double with 15
+ * Qt. Kept as devices in the field write it: a double with 15
  * significant digits in format 'g', a byte array as Latin-1 up to its first zero
  * byte. The content of a WrappedValue stands between double quotes.
  */

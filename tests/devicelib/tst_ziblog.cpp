@@ -80,7 +80,7 @@ void listenElsewhere(QtMsgType type, const QMessageLogContext &, const QString &
     heardElsewhere.append({type, message});
 }
 
-//! Lets the framework hear a message; a fatal one without its consequence.
+//! Lets Qt hear a message; a fatal one without its consequence.
 void say(QtMsgType type, const QString &message)
 {
     const QtMessageHandler handler = qInstallMessageHandler(nullptr);

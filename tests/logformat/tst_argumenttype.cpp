@@ -96,7 +96,7 @@ void ArgumentTypeTest::codeOfLiveValue()
 void ArgumentTypeTest::valueWithoutCode_data()
 {
     QTest::addColumn<QVariant>("value");
-    QTest::addColumn<QString>("shown"); // null where the framework's versions differ
+    QTest::addColumn<QString>("shown"); // null where Qt's versions differ
 
     QTest::newRow("unsigned 64-bit integer has no code")
         << QVariant(quint64(5)) << "QVariant(qulonglong, 5)"_s;

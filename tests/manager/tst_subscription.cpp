@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// The subscription to status changes where the binding refuses it. A bus cannot make it do
-// so: the binding sends the match and looks at no answer (tst_intake shows what comes of
+// The subscription to status changes where QtDBus refuses it. A bus cannot make it do
+// so: QtDBus sends the match and looks at no answer (tst_intake shows what comes of
 // it). So its two functions stand here, in front of those of the library.
 
 #include "manager/logmanager.h"

@@ -54,7 +54,7 @@ private:
         if (type == QtDebugMsg) {
             lines().append(message);
         } else if (type == QtWarningMsg && message.startsWith(missing)) {
-            lines().append(missing); // how it goes on is the framework's
+            lines().append(missing); // how it goes on is Qt's
         } else if (type == QtFatalMsg) {
             fprintf(stderr, "%s\n", qPrintable(message));
         }

@@ -252,7 +252,7 @@ void MessageFloodTest::surplusArgumentsOfAWholeLog()
     hearSyslog();
     QCOMPARE(device->json().count("No placeholder"_s), records);
     QCOMPARE(count(surplus), most);
-    QCOMPARE(lines().count(surplus + QString::number(most)), 1); // the text is the framework's
+    QCOMPARE(lines().count(surplus + QString::number(most)), 1); // the text is Qt's
     QVERIFY(logged.filter(surplus).size() <= most);
 }
 

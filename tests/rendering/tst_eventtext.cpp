@@ -73,7 +73,7 @@ QRegularExpression warningOfSurplusValue()
 }
 
 /*!
- * Keeps the framework's warnings of surplus values and of digits beyond ASCII off
+ * Keeps Qt's warnings of surplus values and of digits beyond ASCII off
  * the output of a test that meets thousands of them; other messages are counted.
  */
 class FrameworkMaySpeak

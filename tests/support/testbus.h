@@ -41,7 +41,7 @@ constexpr int busPatience = 120000;
 
 /*!
  * Calls a method and keeps the event loop alive meanwhile, for services of the test's
- * own. (The framework's way, BlockWithGui, now and then misses a reply that comes at
+ * own. (Qt's way, BlockWithGui, now and then misses a reply that comes at
  * once.)
  */
 QDBusMessage callAndServe(const QDBusConnection &connection, const QDBusMessage &message);

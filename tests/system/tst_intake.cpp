@@ -41,7 +41,7 @@ QByteArray firstValues()
 
 /*!
  * Whether a message gets to the daemon and back through the bus, in the order of all others.
- * The bus library answers this one itself, also while the daemon waits for something else.
+ * libdbus answers this one itself, also while the daemon waits for something else.
  */
 bool busReachesDaemon()
 {
@@ -150,7 +150,7 @@ void IntakeTest::storedSwitchSubscribesBeforeTheOtherAnswers()
              qPrintable(json));
 }
 
-// The binding does not wait for what the bus says to a subscription: the message claims
+// QtDBus does not wait for what the bus says to a subscription: the message claims
 // success, and only switching everything off and on asks again.
 void IntakeTest::refusedSubscriptionIsAskedForBySwitchingAnew()
 {
@@ -278,7 +278,7 @@ void IntakeTest::payload()
 
 void IntakeTest::payloadFromClients_data()
 {
-    // Signatures that the framework's own sender cannot make.
+    // Signatures that Qt's own sender cannot make.
     QTest::addColumn<QStringList>("arguments"); // of busctl, behind the variant's "iv"
     QTest::addColumn<QByteArray>("values");
     const QByteArray five = number(5, 4);
@@ -366,7 +366,7 @@ void IntakeTest::hugeValue()
 
 void IntakeTest::floodWhileBusy()
 {
-    // More than the bus library lets wait (some 60 MiB) arrives while the daemon makes a
+    // More than libdbus lets wait (some 60 MiB) arrives while the daemon makes a
     // long answer of empty elements: it must read on afterwards.
     Device::writeLogFile(0, RecordBytes::record(1) + RecordBytes::record(16700000));
     device->config.values.insert("SystemeventLogLocal"_s, "true"_s);
