@@ -86,18 +86,11 @@ void putBack(const QByteArrayList &stored)
 QByteArray withoutTimes(const QByteArrayList &stored)
 {
     QByteArray bytes = stored.join();
-    auto end = bytes.size();
-    while (end >= 2) {
-        const auto high = static_cast<unsigned char>(bytes.at(end - 1));
-        const auto low = static_cast<unsigned char>(bytes.at(end - 2));
-        const auto begin = end - 2 - (high * 256 + low);
-        if (begin < 0) {
-            return {};
-        }
-        bytes.replace(begin + 8, 12, QByteArray(12, '\0'));
-        end = begin;
+    const QList<RecordBytes::Stored> records = RecordBytes::storedIn(bytes);
+    for (const RecordBytes::Stored &record : records) {
+        bytes.replace(record.begin + 8, 12, QByteArray(12, '\0'));
     }
-    return bytes;
+    return records.isEmpty() ? QByteArray() : bytes;
 }
 
 //! A log with every golden record, at times that no 32-bit clock knows, and some damage.

@@ -53,22 +53,6 @@ QList<quint64> numbersForwards(const QByteArray &file)
     return left.isEmpty() ? numbers : QList<quint64>{};
 }
 
-//! The same by the lengths at the records' ends, from the last one on.
-QList<quint64> numbersBackwards(const QByteArray &file)
-{
-    QList<quint64> numbers;
-    auto end = file.size();
-    while (end >= 10) {
-        const auto begin = end - 2 - qFromLittleEndian<quint16>(file.constData() + end - 2);
-        if (begin < 0) {
-            break;
-        }
-        numbers.prepend(qFromLittleEndian<quint64>(file.constData() + begin));
-        end = begin;
-    }
-    return end == 0 ? numbers : QList<quint64>{};
-}
-
 //! The indexes of all log files, the oldest first.
 QList<int> fileIndexes()
 {
@@ -137,7 +121,7 @@ StoredEvents storedEvents()
     for (const int index : indexes) {
         const QByteArray file = Device::logFile(index);
         const QList<quint64> numbers = numbersForwards(file);
-        if ((numbers.isEmpty() && !file.isEmpty()) || numbers != numbersBackwards(file)) {
+        if ((numbers.isEmpty() && !file.isEmpty()) || numbers != RecordBytes::numbersIn(file)) {
             stored.damage += "file %1 is not all whole records\n"_s.arg(index);
         }
         stored.numbers += numbers;

@@ -2,13 +2,13 @@
 #include "reliability/suddenend.h"
 
 #include "support/literals.h"
+#include "support/recordbytes.h"
 #include "support/testbus.h"
 
 #include <QDBusConnection>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QRegularExpression>
-#include <QtEndian>
 
 #include <algorithm>
 #include <array>
@@ -33,20 +33,15 @@ constexpr int hangLimit = 120000; // milliseconds; only so that a hang ends
 //! The numbers of a file's records, found from its end; false where they do not fill it.
 bool appendNumbers(const QByteArray &file, QList<quint64> &numbers)
 {
-    QList<quint64> found;
-    auto end = file.size();
-    while (end > 0) {
-        const auto length = end < 2 ? 0 : qFromLittleEndian<quint16>(file.constData() + end - 2);
-        const auto begin = end - 2 - length;
+    const QList<RecordBytes::Stored> records = RecordBytes::storedIn(file);
+    for (const RecordBytes::Stored &record : records) {
         // A long text's length is kept modulo 65536; no event here is that long.
-        if (length < 31 || begin < 0 || file.at(end - 3) != '\n') {
+        if (record.end - record.begin < 33 || file.at(record.end - 3) != '\n') {
             return false;
         }
-        found.prepend(qFromLittleEndian<quint64>(file.constData() + begin));
-        end = begin;
     }
-    numbers += found;
-    return true;
+    numbers += RecordBytes::numbersIn(file);
+    return file.isEmpty() || !records.isEmpty();
 }
 
 /*!

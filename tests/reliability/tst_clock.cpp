@@ -99,21 +99,14 @@ struct StoredRecord {
     quint32 microseconds = 0;
 };
 
-//! The records of a file in their order, found by walking backwards.
 QList<StoredRecord> recordsOf(const QByteArray &file)
 {
     QList<StoredRecord> records;
-    const char *const bytes = file.constData();
-    auto end = file.size();
-    while (end >= 2) {
-        const auto begin = end - 2 - qFromLittleEndian<quint16>(bytes + end - 2);
-        if (begin < 0) {
-            return {};
-        }
-        records.prepend({qFromLittleEndian<quint64>(bytes + begin),
-                         qFromLittleEndian<quint64>(bytes + begin + 8),
-                         qFromLittleEndian<quint32>(bytes + begin + 16)});
-        end = begin;
+    const QList<RecordBytes::Stored> stored = RecordBytes::storedIn(file);
+    for (const RecordBytes::Stored &record : stored) {
+        const char *const bytes = file.constData() + record.begin;
+        records.append({record.logNr, qFromLittleEndian<quint64>(bytes + 8),
+                        qFromLittleEndian<quint32>(bytes + 16)});
     }
     return records;
 }

@@ -16,6 +16,7 @@
 #include "reader/systemeventlogfilereader.h"
 #include "support/literals.h"
 #include "support/readfaults.h"
+#include "support/recordbytes.h"
 
 #include <QElapsedTimer>
 #include <QFile>
@@ -61,11 +62,7 @@ private:
     qint64 seconds = 1700000000;
 };
 
-struct Record {
-    int begin = 0;
-    int end = 0; //!< behind its trailer
-    quint64 logNr = 0;
-};
+using Record = RecordBytes::Stored;
 
 struct HealthyFile {
     QByteArray bytes;
@@ -235,15 +232,9 @@ void DamageTableTest::loadFile(int index, const QString &path)
     QVERIFY(file.open(QIODevice::ReadOnly));
     HealthyFile loaded;
     loaded.bytes = file.readAll();
-    const char *const bytes = loaded.bytes.constData();
-    int end = int(loaded.bytes.size());
-    while (end > 0) {
-        const int begin = end - 2 - qFromLittleEndian<quint16>(bytes + end - 2);
-        QVERIFY(begin >= 0);
-        loaded.records.push_back({begin, end, qFromLittleEndian<quint64>(bytes + begin)});
-        end = begin;
-    }
-    std::reverse(loaded.records.begin(), loaded.records.end());
+    const QList<Record> records = RecordBytes::storedIn(loaded.bytes);
+    QVERIFY(!records.isEmpty());
+    loaded.records.assign(records.begin(), records.end());
     files.push_back(loaded);
     restore(index);
 }

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <QByteArray>
+#include <QList>
+#include <QtEndian>
 
 /*!
  * Records put together byte by byte, on purpose without the product's own
@@ -49,6 +51,43 @@ inline QByteArray record(quint64 logNr)
     Fields fields;
     fields.logNr = logNr;
     return record(fields);
+}
+
+//! A record within a file.
+struct Stored {
+    int begin = 0;
+    int end = 0; //!< behind its length
+    quint64 logNr = 0;
+};
+
+/*!
+ * The records of a file in their order, found from its end by their lengths; none at all
+ * where these do not lead to its start.
+ */
+inline QList<Stored> storedIn(const QByteArray &file)
+{
+    QList<Stored> records;
+    int end = int(file.size());
+    while (end >= 2) {
+        const int begin = end - 2 - qFromLittleEndian<quint16>(file.constData() + end - 2);
+        if (begin < 0 || end - begin < 10) {
+            return {};
+        }
+        records.prepend({begin, end, qFromLittleEndian<quint64>(file.constData() + begin)});
+        end = begin;
+    }
+    return end == 0 ? records : QList<Stored>{};
+}
+
+//! Their log numbers.
+inline QList<quint64> numbersIn(const QByteArray &file)
+{
+    QList<quint64> numbers;
+    const QList<Stored> records = storedIn(file);
+    for (const Stored &record : records) {
+        numbers.append(record.logNr);
+    }
+    return numbers;
 }
 
 } // namespace RecordBytes

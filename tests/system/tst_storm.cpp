@@ -4,33 +4,17 @@
 
 #include "support/device.h"
 #include "support/literals.h"
+#include "support/recordbytes.h"
 #include "support/testbus.h"
 
 #include <QFile>
 #include <QTest>
-#include <QtEndian>
 
 namespace
 {
 
 constexpr quint64 eventCount = 20000;
 constexpr int fullSize = 102400;
-
-//! The log numbers of a file's records, found by walking backwards.
-QList<quint64> numbersOf(const QByteArray &file)
-{
-    QList<quint64> numbers;
-    auto end = file.size();
-    while (end >= 2) {
-        const auto begin = end - 2 - qFromLittleEndian<quint16>(file.constData() + end - 2);
-        if (begin < 0) {
-            return {};
-        }
-        numbers.prepend(qFromLittleEndian<quint64>(file.constData() + begin));
-        end = begin;
-    }
-    return numbers;
-}
 
 } // namespace
 
@@ -64,7 +48,7 @@ void StormTest::noEventIsLost()
         const QByteArray file = Device::logFile(index);
         QVERIFY(index == 0 || file.isEmpty()
                 || (file.size() >= fullSize && file.size() < fullSize + 2700));
-        numbers += numbersOf(file);
+        numbers += RecordBytes::numbersIn(file);
     }
     QVERIFY(numbers.size() >= qsizetype(eventCount));
     for (int i = 0; i < int(numbers.size()); ++i) {
