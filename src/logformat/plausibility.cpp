@@ -19,22 +19,17 @@ bool isPathCharacter(char c)
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
 }
 
-Flaw headFlaw(ByteSource &in)
+Flaw numbersFlaw(const RecordHead &head)
 {
-    const RecordHead head = readHead(in, 0);
     if (head.logNr < 1 || head.logNr > highestLogNr) {
         return Flaw::LogNr;
     }
-    if (head.seconds > lastSecond || head.microseconds >= microsecondsASecond) {
-        return Flaw::Time;
-    }
-    seek(in, paddingOffset);
-    return readNumber<quint32>(in) == 0 ? Flaw::None : Flaw::Padding;
+    const bool isTime = head.seconds <= lastSecond && head.microseconds < microsecondsASecond;
+    return isTime ? Flaw::None : Flaw::Time;
 }
 
 Flaw pathFlaw(ByteSource &in)
 {
-    seek(in, valuesOffset);
     const StoredValue path = readValue(in, ArgumentType::String);
     if (!path.isWhole()) {
         return Flaw::PathLength;
@@ -74,9 +69,26 @@ Flaw recordFlaw(std::string_view record)
     if (readNumber<quint16>(whole) != counted % lengthModulus) {
         return Flaw::Trailer;
     }
-    ByteSource body(record.substr(0, size_t(counted - 1)));
-    const Flaw flaw = headFlaw(body);
-    return flaw != Flaw::None ? flaw : pathFlaw(body);
+    return headFlaw(record.substr(0, size_t(counted - 1)));
+}
+
+Flaw headFlaw(std::string_view bytes)
+{
+    if (qint64(bytes.size()) < valuesOffset) {
+        return Flaw::Size;
+    }
+    ByteSource in(bytes);
+    const RecordHead head = readHead(in, 0);
+    const Flaw flaw = numbersFlaw(head);
+    if (flaw != Flaw::None) {
+        return flaw;
+    }
+    seek(in, paddingOffset);
+    if (readNumber<quint32>(in) != 0) {
+        return Flaw::Padding;
+    }
+    seek(in, valuesOffset);
+    return pathFlaw(in);
 }
 
 } // namespace LogFormat

@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "archive/archivefolder.h"
+
+#include "archive/daemonwalk.h"
+#include "archive/filescan.h"
+#include "logformat/bytesource.h"
+#include "logformat/storedvalue.h"
+
+#include <QThread>
+
+#include <algorithm>
+#include <cerrno>
+#include <optional>
+#include <utility>
+
+namespace Archive
+{
+namespace
+{
+
+Record recordOf(const Piece &piece, std::string_view bytes)
+{
+    Record record;
+    record.state = piece.state;
+    record.fault = piece.fault;
+    record.bytes = bytes;
+    ByteSource in(bytes);
+    record.head = LogFormat::readHead(in, 0);
+    const StoredValue path = LogFormat::readValue(in, ArgumentType::String);
+    const qint64 end = qint64(bytes.size()) - LogFormat::trailerSize - 1;
+    if (path.isWhole() && in.position() <= end) {
+        record.path = path.bytes;
+        record.values = bytes.substr(size_t(in.position()), size_t(end - in.position()));
+    }
+    return record;
+}
+
+//! Shows pieces to a visitor: what is lost in several pieces as one.
+class Presenter
+{
+public:
+    Presenter(int fileIndex, Visitor &shown)
+        : file(fileIndex)
+        , visitor(shown)
+    {
+    }
+
+    void show(const Pieces &found)
+    {
+        for (const Piece &piece : found.pieces) {
+            if (!piece.isRecord) {
+                addLost(piece);
+                continue;
+            }
+            flush();
+            records += piece.state != State::Damaged ? 1 : 0;
+            visitor.record({file, piece.begin, piece.end - piece.begin},
+                           recordOf(piece, found.bytesOf(piece)));
+        }
+    }
+
+    void flush()
+    {
+        if (lost.length > 0) {
+            visitor.lost(lost, reason);
+            lost.length = 0;
+        }
+    }
+
+    [[nodiscard]] quint64 recordCount() const { return records; }
+
+private:
+    void addLost(const Piece &piece)
+    {
+        if (lost.length == 0) {
+            lost = {file, piece.begin, 0};
+            reason = piece.fault;
+        } else if (reason != piece.fault) {
+            reason = Fault::Unknown; // it begins as one thing and goes on as another
+        }
+        lost.length = piece.end - lost.offset;
+    }
+
+    int file;
+    Visitor &visitor;
+    Place lost;
+    Fault reason = Fault::Unknown;
+    quint64 records = 0;
+};
+
+quint64 countRead(const Pieces &found, const DaemonWalk &walk)
+{
+    if (found.pieces.empty()) {
+        return 0;
+    }
+    const std::vector<qint64> positions
+        = walk.positions(found.pieces.front().begin, found.pieces.back().end);
+    auto position = positions.rbegin();
+    quint64 count = 0;
+    for (const Piece &piece : found.pieces) {
+        while (position != positions.rend() && *position < piece.begin) {
+            ++position;
+        }
+        const bool isFound = position != positions.rend() && *position == piece.begin;
+        count += isFound && piece.isRecord && piece.state != State::Damaged ? 1 : 0;
+    }
+    return count;
+}
+
+bool endsWithRecord(const FileBytes &file, qint64 size)
+{
+    QByteArray tail;
+    const qint64 begin = std::max<qint64>(size - FileScan::windowSize, 0);
+    return file.read(begin, size, tail) && lastRecord({tail.constData(), size_t(tail.size())}) >= 0;
+}
+
+/*!
+ * The size of a file that a daemon may be appending to. Of a write in progress a part may
+ * be seen already; it shows as a torn end that is gone a moment later. One that stays is
+ * damage.
+ */
+qint64 settledSize(const FileBytes &file)
+{
+    constexpr int patience = 200; // milliseconds; a write takes one at most
+    qint64 size = file.status().st_size;
+    for (int waited = 0; waited < patience && size > 0 && !endsWithRecord(file, size); ++waited) {
+        QThread::msleep(1);
+        size = file.status().st_size;
+    }
+    return size;
+}
+
+} // namespace
+
+Visitor::~Visitor() = default;
+
+void Visitor::beginFile(int /*file*/, qint64 /*size*/)
+{
+}
+
+void Visitor::endFile(const FileResult & /*result*/)
+{
+}
+
+Folder::Folder(QString path, const SystemeventCatalogue *catalogue)
+    : folderPath(std::move(path))
+    , events(catalogue)
+{
+}
+
+bool Folder::open()
+{
+    const Descriptor folder = openFolder(folderPath);
+    std::optional<Listing> found;
+    if (folder.isOpen()) {
+        found = listFolder(folder.get());
+    }
+    listing = std::move(found).value_or(Listing());
+    return found.has_value();
+}
+
+bool Folder::visit(Visitor &visitor) const
+{
+    bool isComplete = true;
+    for (const ListedFile &file : listing.files) {
+        isComplete = visit(file, visitor) && isComplete;
+    }
+    return isComplete;
+}
+
+bool Folder::visit(const ListedFile &file, Visitor &visitor) const
+{
+    FileResult result;
+    result.file = file.index;
+    const Descriptor folder = openFolder(folderPath);
+    FileBytes bytes;
+    if (folder.isOpen()) {
+        bytes = openListed(folder.get(), file, result.error);
+    } else {
+        result.error = errno;
+    }
+    if (!bytes.isOpen()) {
+        result.isGone = result.error == 0;
+        visitor.endFile(result);
+        return result.isGone;
+    }
+    result.size = file.index == 0 ? settledSize(bytes) : qint64(bytes.status().st_size);
+    visitor.beginFile(file.index, result.size);
+    FileScan scan(bytes, result.size);
+    Presenter presenter(file.index, visitor);
+    std::optional<DaemonWalk> walk;
+    const bool isRead = scan.run([&](const Pieces &found) {
+        if (!scan.isReadByDaemon()) {
+            if (!walk) {
+                walk.emplace(bytes, result.size);
+            }
+            result.readByDaemon += countRead(found, *walk);
+        }
+        presenter.show(found);
+    });
+    result.error = isRead ? 0 : errno;
+    presenter.flush();
+    if (scan.isReadByDaemon()) {
+        result.readByDaemon = presenter.recordCount();
+    }
+    visitor.endFile(result);
+    return isRead;
+}
+
+} // namespace Archive

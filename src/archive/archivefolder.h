@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "archive/archiverecord.h"
+#include "archive/folderlisting.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <vector>
+
+class SystemeventCatalogue;
+
+namespace Archive
+{
+
+//! What became of a file.
+struct FileResult {
+    int file = 0;
+    qint64 size = 0; //!< of what was read: a file that is being written may have grown since
+    /*!
+     * How many of its records that are whole or likely the daemon's own walk finds, which
+     * goes from trailer to trailer and checks nothing.
+     */
+    quint64 readByDaemon = 0;
+    bool isGone = false; //!< deleted, by rotation or by clearing, before it could be read
+    int error = 0;       //!< errno of why it could not be read to its end; 0: it could
+};
+
+/*!
+ * Is shown a folder of log files. What it gets is valid until it returns.
+ */
+class Visitor
+{
+public:
+    Visitor() = default;
+    virtual ~Visitor();
+    Q_DISABLE_COPY_MOVE(Visitor)
+
+    virtual void beginFile(int file, qint64 size);
+    virtual void record(const Place &place, const Record &record) = 0;
+    //! A stretch that is no record. None touches another.
+    virtual void lost(const Place &place, Fault reason) = 0;
+    virtual void endFile(const FileResult &result);
+};
+
+/*!
+ * A folder of log files as a sequence of records: the file with the highest index first,
+ * as that is the oldest, each from its start to its end. All bytes of a file are shown, as
+ * records or as lost.
+ *
+ * A file is sound when the walk from its end over plausible records comes out at its
+ * start, with numbers that rise; that costs one reading of it, of a file of more than
+ * 1 MiB two. In any other, the chain of records is looked for that leaves the least
+ * unexplained (ChainSearch has the rules and the bounds).
+ *
+ * Memory: 16 MiB at most and what the longest record takes, whatever the size of folder
+ * and files; 16 bytes and a name a file.
+ *
+ * A daemon may be writing and rotating meanwhile: what is shown is the folder as it was
+ * when open() was called, but that the file then current may have grown, and files may
+ * have gone. Nothing is locked, nothing is written.
+ *
+ * Files are those with the names that the writer gives. The daemon's reader takes other
+ * names that begin with "zib" and a digit, too; otherNames() has them.
+ */
+class Folder
+{
+public:
+    //! Without a catalogue values are not judged. It must outlive the folder.
+    explicit Folder(QString path, const SystemeventCatalogue *catalogue = nullptr);
+
+    //! Finds out which files there are; false, with errno, where the folder cannot be read.
+    [[nodiscard]] bool open();
+
+    [[nodiscard]] const QString &path() const { return folderPath; }
+    //! Oldest first.
+    [[nodiscard]] const std::vector<ListedFile> &files() const { return listing.files; }
+    //! Of files that only the daemon's reader takes for log files, in no order.
+    [[nodiscard]] const QStringList &otherNames() const { return listing.otherNames; }
+
+    //! Shows all files; false where one could not be read, which its FileResult says.
+    [[nodiscard]] bool visit(Visitor &visitor) const;
+    //! Shows one of files().
+    [[nodiscard]] bool visit(const ListedFile &file, Visitor &visitor) const;
+
+private:
+    QString folderPath;
+    const SystemeventCatalogue *events;
+    Listing listing;
+};
+
+} // namespace Archive

@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "archive/filescan.h"
+
+#include "logformat/bytesource.h"
+#include "logformat/plausibility.h"
+
+#include <algorithm>
+
+namespace Archive
+{
+namespace
+{
+
+quint64 logNrOf(std::string_view record)
+{
+    ByteSource in(record);
+    return LogFormat::readNumber<quint64>(in);
+}
+
+//! Whether a record ends within another one.
+bool holdsRecord(std::string_view record)
+{
+    const std::string_view within
+        = record.substr(0, record.size() - size_t(LogFormat::trailerSize));
+    for (size_t mark = within.find(LogFormat::endMark);
+         mark + size_t(LogFormat::trailerSize) < within.size();
+         mark = within.find(LogFormat::endMark, mark + 1)) {
+        if (lastRecord(within.substr(0, mark + 1 + size_t(LogFormat::trailerSize))) >= 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+qint64 lastRecord(std::string_view bytes)
+{
+    const auto end = qint64(bytes.size());
+    if (end < LogFormat::minRecordSize) {
+        return -1;
+    }
+    const qint64 trailer = end - LogFormat::trailerSize;
+    if (bytes[size_t(trailer - 1)] != LogFormat::endMark) {
+        return -1;
+    }
+    ByteSource in(bytes);
+    in.seek(trailer);
+    qint64 begin = trailer - LogFormat::readNumber<quint16>(in);
+    while (begin >= 0
+           && LogFormat::recordFlaw(bytes.substr(size_t(begin))) != LogFormat::Flaw::None) {
+        begin -= LogFormat::lengthModulus;
+    }
+    return begin;
+}
+
+FileScan::FileScan(const FileBytes &file, qint64 size)
+    : bytes(file)
+    , fileSize(size)
+{
+}
+
+bool FileScan::load(qint64 begin, qint64 end)
+{
+    windowBegin = begin;
+    return bytes.read(begin, end, window);
+}
+
+/*!
+ * Whether a record is sound beside the one behind it. Numbers that are left out make it
+ * suspicious: a wrong length may make it take in others, whose numbers they are.
+ */
+bool FileScan::isSound(qint64 begin, qint64 end)
+{
+    const std::string_view record(window.constData() + (begin - windowBegin), size_t(end - begin));
+    const quint64 logNr = logNrOf(record);
+    const bool rises = following == 0 || logNr < following;
+    const bool isSuspicious = following != logNr + 1;
+    following = logNr;
+    holdsLongRecord
+        = holdsLongRecord || end - begin - LogFormat::trailerSize >= LogFormat::lengthModulus;
+    return rises && !(isSuspicious && holdsRecord(record));
+}
+
+/*!
+ * Walks as far back as the window goes: to its begin, or to a place where no plausible
+ * record ends; a false step shows in \a sound.
+ */
+void FileScan::walkPart(qint64 end)
+{
+    positions.clear();
+    sound = true;
+    while (sound && end > windowBegin) {
+        const qint64 begin
+            = lastRecord({window.constData(), size_t(end - windowBegin)}) + windowBegin;
+        if (begin < windowBegin) {
+            return;
+        }
+        sound = isSound(begin, end);
+        positions.push_back(begin);
+        end = begin;
+    }
+}
+
+//! Walks the file from its end; false, with errno, where it cannot be read.
+bool FileScan::findParts()
+{
+    qint64 end = fileSize;
+    qint64 size = windowSize;
+    while (end > 0) {
+        if (!load(std::max<qint64>(end - size, 0), end)) {
+            return false;
+        }
+        walkPart(end);
+        sound = sound && (!positions.empty() || (windowBegin > 0 && size < longestRecord));
+        if (!sound) {
+            return true;
+        }
+        size = positions.empty() ? size * 2 : windowSize;
+        if (!positions.empty()) {
+            parts.push_back(end);
+            end = positions.back();
+        }
+    }
+    sound = true;
+    return true;
+}
+
+bool FileScan::showParts(const Show &show)
+{
+    Pieces found;
+    qint64 begin = 0;
+    for (auto end = parts.rbegin(); end != parts.rend(); begin = *end++) {
+        const bool isLoaded = parts.size() == 1 && windowBegin == 0; // a small file
+        if (!isLoaded) {
+            if (!load(begin, *end)) {
+                return false;
+            }
+            walkPart(*end);
+        }
+        found.bytes = window;
+        found.bytesBegin = windowBegin;
+        found.pieces.clear();
+        for (size_t i = positions.size(); i-- > 0;) {
+            const qint64 recordEnd = i > 0 ? positions[i - 1] : *end;
+            Piece piece;
+            piece.begin = positions[i];
+            piece.end = recordEnd;
+            piece.logNr = logNrOf(
+                {found.bytes.constData() + (piece.begin - windowBegin), sizeof piece.logNr});
+            found.pieces.push_back(piece);
+        }
+        show(found);
+    }
+    return true;
+}
+
+bool FileScan::search(const Show &show)
+{
+    Pieces found;
+    for (qint64 begin = 0; begin < fileSize; begin += windowSize) {
+        const qint64 end = std::min(begin + windowSize, fileSize);
+        if (!load(begin, end)) {
+            return false;
+        }
+        Piece piece;
+        piece.begin = begin;
+        piece.end = end;
+        piece.isRecord = false;
+        piece.fault = Fault::Unknown;
+        found.bytes = window;
+        found.bytesBegin = begin;
+        found.pieces = {piece};
+        show(found);
+    }
+    return true;
+}
+
+bool FileScan::run(const Show &show)
+{
+    if (!findParts()) {
+        return false;
+    }
+    return sound ? showParts(show) : search(show);
+}
+
+} // namespace Archive
