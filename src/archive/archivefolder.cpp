@@ -144,7 +144,7 @@ void Visitor::endFile(const FileResult & /*result*/)
 
 Folder::Folder(QString path, const SystemeventCatalogue *catalogue)
     : folderPath(std::move(path))
-    , events(catalogue)
+    , types(eventTypes(catalogue))
 {
 }
 
@@ -186,7 +186,7 @@ bool Folder::visit(const ListedFile &file, Visitor &visitor) const
     }
     result.size = file.index == 0 ? settledSize(bytes) : qint64(bytes.status().st_size);
     visitor.beginFile(file.index, result.size);
-    FileScan scan(bytes, result.size);
+    FileScan scan(bytes, result.size, types);
     Presenter presenter(file.index, visitor);
     std::optional<DaemonWalk> walk;
     const bool isRead = scan.run([&](const Pieces &found) {

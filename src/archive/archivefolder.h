@@ -3,6 +3,7 @@
 
 #include "archive/archiverecord.h"
 #include "archive/folderlisting.h"
+#include "archive/valuefit.h"
 
 #include <QString>
 #include <QStringList>
@@ -67,7 +68,7 @@ public:
 class Folder
 {
 public:
-    //! Without a catalogue values are not judged. It must outlive the folder.
+    //! Without a catalogue values are not judged. It is not needed afterwards.
     explicit Folder(QString path, const SystemeventCatalogue *catalogue = nullptr);
 
     //! Finds out which files there are; false, with errno, where the folder cannot be read.
@@ -86,8 +87,8 @@ public:
 
 private:
     QString folderPath;
-    const SystemeventCatalogue *events;
     Listing listing;
+    EventTypes types;
 };
 
 } // namespace Archive

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "archive/filescan.h"
 
+#include "archive/chainsearch.h"
 #include "logformat/bytesource.h"
 #include "logformat/plausibility.h"
+#include "logformat/storedvalue.h"
 
 #include <algorithm>
 
@@ -54,9 +56,10 @@ qint64 lastRecord(std::string_view bytes)
     return begin;
 }
 
-FileScan::FileScan(const FileBytes &file, qint64 size)
+FileScan::FileScan(const FileBytes &file, qint64 size, const EventTypes &types)
     : bytes(file)
     , fileSize(size)
+    , fit(types)
 {
 }
 
@@ -150,27 +153,59 @@ bool FileScan::showParts(const Show &show)
                 {found.bytes.constData() + (piece.begin - windowBegin), sizeof piece.logNr});
             found.pieces.push_back(piece);
         }
+        judgeTexts(found);
         show(found);
     }
     return true;
 }
 
+//! Finds the records of a sound file whose texts are none.
+void FileScan::judgeTexts(Pieces &found)
+{
+    if (fit.knowsNothing()) {
+        return;
+    }
+    const TextCheck text;
+    std::vector<std::pair<Piece *, qint32>> broken;
+    for (Piece &piece : found.pieces) {
+        const std::string_view record = found.bytesOf(piece);
+        ByteSource in(record);
+        const LogFormat::RecordHead head = LogFormat::readHead(in, 0);
+        (void)LogFormat::readValue(in, ArgumentType::String); // the path
+        const auto begin = size_t(in.position());
+        const size_t size = record.size() - size_t(LogFormat::trailerSize) - 1 - begin;
+        const std::string_view values = record.substr(begin, size);
+        const Fit suits = fit.endsOf(head.eventId, values, text).fitOf(qint64(size));
+        fit.learn(head.eventId, suits);
+        if (suits == Fit::Broken) {
+            broken.emplace_back(&piece, head.eventId);
+        }
+    }
+    for (const auto &[piece, eventId] : broken) {
+        if (fit.isCertain(eventId)) {
+            piece->state = State::Damaged;
+            piece->fault = Fault::Text;
+        }
+    }
+}
+
 bool FileScan::search(const Show &show)
 {
+    static_assert(windowSize >= 2 * ChainSearch::longestRecord);
+    ChainSearch chains(fit);
     Pieces found;
-    for (qint64 begin = 0; begin < fileSize; begin += windowSize) {
+    for (qint64 begin = 0; begin < fileSize; begin = found.pieces.back().end) {
         const qint64 end = std::min(begin + windowSize, fileSize);
         if (!load(begin, end)) {
             return false;
         }
-        Piece piece;
-        piece.begin = begin;
-        piece.end = end;
-        piece.isRecord = false;
-        piece.fault = Fault::Unknown;
+        found.pieces = chains.search({window.constData(), size_t(window.size())}, end == fileSize);
+        for (Piece &piece : found.pieces) {
+            piece.begin += begin;
+            piece.end += begin;
+        }
         found.bytes = window;
         found.bytesBegin = begin;
-        found.pieces = {piece};
         show(found);
     }
     return true;

@@ -3,6 +3,7 @@
 
 #include "archive/archiverecord.h"
 #include "archive/filebytes.h"
+#include "archive/valuefit.h"
 
 #include <QByteArray>
 
@@ -50,7 +51,7 @@ public:
     static constexpr qint64 longestRecord = qint64(33) << 20;
 
     //! Looks at the first \a size bytes.
-    FileScan(const FileBytes &file, qint64 size);
+    FileScan(const FileBytes &file, qint64 size, const EventTypes &types);
 
     //! Is shown pieces that may go on in the next ones where they are no record.
     using Show = std::function<void(const Pieces &)>;
@@ -66,10 +67,12 @@ private:
     [[nodiscard]] bool isSound(qint64 end, qint64 begin);
     void walkPart(qint64 end);
     [[nodiscard]] bool showParts(const Show &show);
+    void judgeTexts(Pieces &found);
     [[nodiscard]] bool search(const Show &show);
 
     const FileBytes &bytes;
     qint64 fileSize;
+    ValueFit fit;
     QByteArray window;
     qint64 windowBegin = 0;
     std::vector<qint64> parts;     //!< of a sound file: where each ends, the last one first

@@ -1,0 +1,380 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// What is found in damaged log files, kind of damage by kind, and what the daemon's own
+// walk finds in them before and after a repair. Ends with a table, in Markdown.
+//
+// SEL_SALVAGE_CASES is the number of cases for each kind of damage and of log, with a
+// catalogue and without one; SEL_SALVAGE_SEED is where they begin.
+
+#include "archive/archivefolder.h"
+#include "support/literals.h"
+#include "support/logfolder.h"
+#include "truelog.h"
+
+#include <QElapsedTimer>
+#include <QTest>
+#include <QtEndian>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <set>
+
+namespace
+{
+
+constexpr int pageSize = 4096;
+constexpr int fileSize = 24576; // pages enough, and a case takes milliseconds
+
+using Damage = std::function<void(TrueLog &, Dice &)>;
+
+struct Kind {
+    const char *name;
+    Damage damage;
+    bool isTwice = false; //!< a piece of the file is there twice or elsewhere
+};
+
+struct LogKind {
+    const char *name;
+    TrueLog::Content content;
+};
+
+const std::array<LogKind, 6> logKinds{{
+    {"mixed events", TrueLog::Content::Mixed},
+    {"unknown events", TrueLog::Content::UnknownEvents},
+    {"15 % hostile texts", TrueLog::Content::HostileTexts},
+    {"15 % with records spelt in doubles", TrueLog::Content::SpeltInDoubles},
+    {"15 % with records spelt in integers", TrueLog::Content::SpeltInIntegers},
+    {"records over 64 KiB", TrueLog::Content::LongRecords},
+}};
+
+struct Counts {
+    qint64 cases = 0;
+    qint64 untouched = 0;
+    qint64 found = 0;    //!< of these
+    qint64 invented = 0; //!< records that never were
+    qint64 doubtful = 0; //!< such that are only called likely
+    qint64 before = 0;   //!< of the untouched ones, what the daemon's walk finds
+    qint64 after = 0;    //!< and that after the repair
+
+    void add(const Counts &other)
+    {
+        cases += other.cases;
+        untouched += other.untouched;
+        found += other.found;
+        invented += other.invented;
+        doubtful += other.doubtful;
+        before += other.before;
+        after += other.after;
+    }
+};
+
+//! Flips a bit between two offsets of a record.
+Damage flipBetween(int from, int to)
+{
+    return [from, to](TrueLog &log, Dice &dice) {
+        const TrueLog::Written record = dice.oneOf(log.written());
+        const int begin = from >= 0 ? record.begin + from : record.end + from;
+        const int end = to > 0 ? record.begin + to : record.end + to;
+        log.flipBit((begin + dice.below(std::max(end - begin, 1))) * 8 + dice.below(8));
+    };
+}
+
+QByteArray randomBytes(Dice &dice, int size)
+{
+    QByteArray bytes(size, '\0');
+    for (char &byte : bytes) {
+        byte = char(dice.below(256));
+    }
+    return bytes;
+}
+
+int anyPage(const TrueLog &log, Dice &dice)
+{
+    return dice.below(log.size() / pageSize) * pageSize;
+}
+
+int anyPlace(const TrueLog &log, Dice &dice)
+{
+    return dice.below(log.size());
+}
+
+void cut(TrueLog &log, Dice &dice)
+{
+    const int at = anyPlace(log, dice);
+    log.remove(at, log.size() - at);
+}
+
+void remove(TrueLog &log, Dice &dice)
+{
+    const int at = anyPlace(log, dice);
+    log.remove(at, std::min(dice.between(1, 100), log.size() - at));
+}
+
+void insert(TrueLog &log, Dice &dice)
+{
+    log.insert(anyPlace(log, dice), randomBytes(dice, dice.between(1, 100)));
+}
+
+void zeroPage(TrueLog &log, Dice &dice)
+{
+    log.put(anyPage(log, dice), QByteArray(pageSize, '\0'));
+}
+
+void several(TrueLog &log, Dice &dice)
+{
+    const std::array<Damage, 7> all{flipBetween(0, 0), flipBetween(-2, 0), remove, insert, cut,
+                                    zeroPage,          flipBetween(0, 28)};
+    for (int i = dice.between(2, 5); i > 0; --i) {
+        // Where the file is shorter by now, a bit of one of its records may be behind its end.
+        if (log.size() > 2 * pageSize) {
+            const auto &one = dice.oneOf(all);
+            try {
+                one(log, dice);
+            } catch (const std::out_of_range &) {
+                continue;
+            }
+        }
+    }
+}
+
+const std::vector<Kind> &kinds()
+{
+    static const std::vector<Kind> all{
+        {"a bit of a log number", flipBetween(0, 8)},
+        {"a bit of a time stamp", flipBetween(8, 20)},
+        {"a bit of the padding", flipBetween(20, 24)},
+        {"a bit of an event id", flipBetween(24, 28)},
+        {"a bit of a path", flipBetween(28, 31)},
+        {"a bit of the values", flipBetween(31, -3)},
+        {"a bit of an end mark", flipBetween(-3, -2)},
+        {"a bit of a length field", flipBetween(-2, 0)},
+        {"cut off", cut},
+        {"cut off, and zeros to the end of the page",
+         [](TrueLog &log, Dice &dice) {
+             cut(log, dice);
+             log.insert(log.size(), QByteArray(pageSize - log.size() % pageSize, '\0'));
+         }},
+        {"cut off, and random bytes to the end of the page",
+         [](TrueLog &log, Dice &dice) {
+             cut(log, dice);
+             log.insert(log.size(), randomBytes(dice, pageSize - log.size() % pageSize));
+         }},
+        {"zeros behind the end",
+         [](TrueLog &log, Dice &dice) {
+             log.insert(log.size(), QByteArray(dice.between(1, pageSize), '\0'));
+         }},
+        {"random bytes behind the end",
+         [](TrueLog &log, Dice &dice) {
+             log.insert(log.size(), randomBytes(dice, dice.between(1, 100)));
+         }},
+        {"the beginning missing",
+         [](TrueLog &log, Dice &dice) { log.remove(0, anyPlace(log, dice)); }},
+        {"a page of zeros", zeroPage},
+        {"a page of random bytes",
+         [](TrueLog &log, Dice &dice) {
+             log.put(anyPage(log, dice), randomBytes(dice, pageSize));
+         }},
+        {"a page missing",
+         [](TrueLog &log, Dice &dice) { log.remove(anyPage(log, dice), pageSize); }},
+        {"a page doubled",
+         [](TrueLog &log, Dice &dice) {
+             const int page = anyPage(log, dice);
+             log.copy(page, pageSize, page);
+         },
+         true},
+        {"two pages swapped",
+         [](TrueLog &log, Dice &dice) {
+             log.swap(anyPage(log, dice), anyPage(log, dice), pageSize);
+         },
+         true},
+        {"a page copied over another",
+         [](TrueLog &log, Dice &dice) {
+             log.copyOver(anyPage(log, dice), pageSize, anyPage(log, dice));
+         },
+         true},
+        {"bytes inserted", insert},
+        {"bytes removed", remove},
+        {"bytes doubled",
+         [](TrueLog &log, Dice &dice) {
+             const int at = anyPlace(log, dice);
+             log.copy(at, std::min(dice.between(1, 100), log.size() - at), at);
+         },
+         true},
+        {"the file repeated",
+         [](TrueLog &log, Dice & /*dice*/) { log.copy(0, log.size(), log.size()); }, true},
+        {"several damages at once", several},
+    };
+    return all;
+}
+
+class Collector : public Archive::Visitor
+{
+public:
+    void record(const Archive::Place &place, const Archive::Record &record) override
+    {
+        if (record.state != Archive::State::Damaged) {
+            begins.insert(int(place.offset));
+        }
+        if (record.state == Archive::State::Likely) {
+            likely.insert(int(place.offset));
+        }
+        reachesTo(place);
+    }
+    void lost(const Archive::Place &place, Archive::Fault /*reason*/) override { reachesTo(place); }
+
+    std::set<int> begins;
+    std::set<int> likely; //!< of these
+    qint64 end = 0;
+
+private:
+    void reachesTo(const Archive::Place &place)
+    {
+        QCOMPARE(place.offset, end);
+        QVERIFY(place.length > 0);
+        end = place.end();
+    }
+};
+
+//! Where a walk from trailer to trailer finds records.
+std::set<int> walked(const QByteArray &bytes)
+{
+    std::set<int> found;
+    int end = int(bytes.size());
+    while (end >= 2) {
+        end -= 2 + qFromLittleEndian<quint16>(bytes.constData() + end - 2);
+        found.insert(end);
+    }
+    return found;
+}
+
+} // namespace
+
+class SalvageTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void everyKind_data();
+    void everyKind();
+    void cleanupTestCase();
+
+private:
+    Counts tryOne(const Kind &kind, const LogKind &logKind, bool hasCatalogue, quint32 round);
+    void report(const Kind &kind, const LogKind &logKind, const TrueLog &log,
+                const Collector &found, quint32 round);
+
+    const int cases = qEnvironmentVariableIsSet("SEL_SALVAGE_CASES")
+        ? qEnvironmentVariableIntValue("SEL_SALVAGE_CASES")
+        : 2;
+    const quint32 seed = qEnvironmentVariableIsSet("SEL_SALVAGE_SEED")
+        ? quint32(qEnvironmentVariableIntValue("SEL_SALVAGE_SEED"))
+        : 20261121;
+    std::map<QByteArray, Counts> byKind;
+    std::map<QByteArray, Counts> byLog;
+    qint64 slowest = 0;
+};
+
+void SalvageTest::everyKind_data()
+{
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<int>("logKind");
+    for (int log = 0; log < int(logKinds.size()); ++log) {
+        for (int kind = 0; kind < int(kinds().size()); ++kind) {
+            QTest::addRow("%s, %s", logKinds.at(size_t(log)).name, kinds()[size_t(kind)].name)
+                << kind << log;
+        }
+    }
+}
+
+Counts SalvageTest::tryOne(const Kind &kind, const LogKind &logKind, bool hasCatalogue,
+                           quint32 round)
+{
+    Dice dice(seed, round);
+    TrueLog log(dice, logKind.content, fileSize);
+    kind.damage(log, dice);
+    const QByteArray bytes = log.bytes();
+    const LogFolder folder;
+    folder.put(1, bytes); // nobody is writing it
+
+    Archive::Folder archive(folder.dir().path(), hasCatalogue ? &TrueLog::catalogue() : nullptr);
+    Collector found;
+    QElapsedTimer timer;
+    timer.start();
+    const bool isRead = archive.open() && archive.visit(found);
+    slowest = std::max(slowest, timer.elapsed());
+    Counts counts;
+    counts.cases = 1;
+    if (!isRead || found.end != bytes.size()) {
+        counts.invented = 1000000; // it has to be read, to its end
+        return counts;
+    }
+    const std::set<int> before = walked(bytes);
+    std::set<int> rest = found.begins;
+    for (const std::vector<int> &places : log.places()) {
+        bool isFound = false;
+        bool isWalked = false;
+        for (const int place : places) {
+            isFound = isFound || found.begins.count(place) != 0;
+            isWalked = isWalked || before.count(place) != 0;
+            rest.erase(place);
+        }
+        counts.untouched += places.empty() ? 0 : 1;
+        counts.found += isFound ? 1 : 0;
+        counts.before += isWalked ? 1 : 0;
+    }
+    for (const int begin : rest) {
+        if (!log.isBeginning(begin)) {
+            ++(found.likely.count(begin) != 0 ? counts.doubtful : counts.invented);
+        }
+    }
+    if (qEnvironmentVariableIsSet("SEL_SALVAGE_SHOW")
+        && (counts.found < counts.untouched || counts.invented > 0)) {
+        std::printf("%s, %s, round %u, catalogue %d: %lld of %lld, %lld invented\n", logKind.name,
+                    kind.name, round, int(hasCatalogue), counts.found, counts.untouched,
+                    counts.invented);
+    }
+    return counts;
+}
+
+void SalvageTest::everyKind()
+{
+    QFETCH(int, kind);
+    QFETCH(int, logKind);
+    const Kind &damage = kinds()[size_t(kind)];
+    const LogKind &log = logKinds.at(size_t(logKind));
+    for (int i = 0; i < 2 * cases; ++i) {
+        const auto round = quint32((kind * 100 + logKind) * 100000 + i);
+        const Counts counts = tryOne(damage, log, i % 2 == 0, round);
+        byKind[damage.name].add(counts);
+        byLog[log.name].add(counts);
+    }
+}
+
+void SalvageTest::cleanupTestCase()
+{
+    const auto print = [](const QByteArray &name, const Counts &counts) {
+        std::printf("| %s | %lld | %lld | %.2f %% | %lld | %lld | %.2f %% | %.2f %% |\n",
+                    name.constData(), counts.cases, counts.untouched,
+                    100.0 * double(counts.found) / double(counts.untouched), counts.invented,
+                    counts.doubtful, 100.0 * double(counts.before) / double(counts.untouched),
+                    100.0 * double(counts.after) / double(counts.untouched));
+    };
+    std::printf(
+        "\nseed %u, the slowest after %lld ms\n\n"
+        "| Damage | Cases | Untouched | Found | False | and likely | Readable before | after |\n"
+        "|---|---:|---:|---:|---:|---:|---:|---:|\n",
+        seed, slowest);
+    for (const auto &[name, counts] : byKind) {
+        print(name, counts);
+    }
+    std::printf("\n");
+    for (const auto &[name, counts] : byLog) {
+        print(name, counts);
+    }
+}
+
+QTEST_GUILESS_MAIN(SalvageTest)
+#include "tst_salvage.moc"
