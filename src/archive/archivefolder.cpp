@@ -45,17 +45,25 @@ public:
     {
     }
 
-    void show(const Pieces &found)
+    //! \a walked are the positions among them of the daemon's own walk; null: it finds all.
+    void show(const Pieces &found, const std::vector<qint64> *walked)
     {
+        auto position = walked ? walked->rbegin() : std::vector<qint64>::const_reverse_iterator();
         for (const Piece &piece : found.pieces) {
             if (!piece.isRecord) {
                 addLost(piece);
                 continue;
             }
             flush();
-            records += piece.state != State::Damaged ? 1 : 0;
-            visitor.record({file, piece.begin, piece.end - piece.begin},
-                           recordOf(piece, found.bytesOf(piece)));
+            Record record = recordOf(piece, found.bytesOf(piece));
+            if (walked) {
+                while (position != walked->rend() && *position < piece.begin) {
+                    ++position;
+                }
+                record.isReadByDaemon = position != walked->rend() && *position == piece.begin;
+            }
+            readByDaemon += record.isReadByDaemon && piece.state != State::Damaged ? 1 : 0;
+            visitor.record({file, piece.begin, piece.end - piece.begin}, record);
         }
     }
 
@@ -67,7 +75,7 @@ public:
         }
     }
 
-    [[nodiscard]] quint64 recordCount() const { return records; }
+    [[nodiscard]] quint64 readCount() const { return readByDaemon; }
 
 private:
     void addLost(const Piece &piece)
@@ -85,27 +93,8 @@ private:
     Visitor &visitor;
     Place lost;
     Fault reason = Fault::Unknown;
-    quint64 records = 0;
+    quint64 readByDaemon = 0;
 };
-
-quint64 countRead(const Pieces &found, const DaemonWalk &walk)
-{
-    if (found.pieces.empty()) {
-        return 0;
-    }
-    const std::vector<qint64> positions
-        = walk.positions(found.pieces.front().begin, found.pieces.back().end);
-    auto position = positions.rbegin();
-    quint64 count = 0;
-    for (const Piece &piece : found.pieces) {
-        while (position != positions.rend() && *position < piece.begin) {
-            ++position;
-        }
-        const bool isFound = position != positions.rend() && *position == piece.begin;
-        count += isFound && piece.isRecord && piece.state != State::Damaged ? 1 : 0;
-    }
-    return count;
-}
 
 bool endsWithRecord(const FileBytes &file, qint64 size)
 {
@@ -148,8 +137,9 @@ Folder::Folder(QString path, const SystemeventCatalogue *catalogue)
 {
 }
 
-bool Folder::open()
+bool Folder::open(Writers writers)
 {
+    others = writers;
     const Descriptor folder = openFolder(folderPath);
     std::optional<Listing> found;
     if (folder.isOpen()) {
@@ -184,25 +174,27 @@ bool Folder::visit(const ListedFile &file, Visitor &visitor) const
         visitor.endFile(result);
         return result.isGone;
     }
-    result.size = file.index == 0 ? settledSize(bytes) : qint64(bytes.status().st_size);
+    const bool maySettle = file.index == 0 && others == Writers::Possible;
+    result.size = maySettle ? settledSize(bytes) : qint64(bytes.status().st_size);
     visitor.beginFile(file.index, result.size);
     FileScan scan(bytes, result.size, types);
     Presenter presenter(file.index, visitor);
     std::optional<DaemonWalk> walk;
     const bool isRead = scan.run([&](const Pieces &found) {
-        if (!scan.isReadByDaemon()) {
-            if (!walk) {
-                walk.emplace(bytes, result.size);
-            }
-            result.readByDaemon += countRead(found, *walk);
+        if (scan.isReadByDaemon() || found.pieces.empty()) {
+            presenter.show(found, nullptr);
+            return;
         }
-        presenter.show(found);
+        if (!walk) {
+            walk.emplace(bytes, result.size);
+        }
+        const std::vector<qint64> positions
+            = walk->positions(found.pieces.front().begin, found.pieces.back().end);
+        presenter.show(found, &positions);
     });
     result.error = isRead ? 0 : errno;
     presenter.flush();
-    if (scan.isReadByDaemon()) {
-        result.readByDaemon = presenter.recordCount();
-    }
+    result.readByDaemon = presenter.readCount();
     visitor.endFile(result);
     return isRead;
 }

@@ -15,6 +15,9 @@ class SystemeventCatalogue;
 namespace Archive
 {
 
+//! Whether somebody may be writing to a folder.
+enum class Writers : quint8 { Possible, None };
+
 //! What became of a file.
 struct FileResult {
     int file = 0;
@@ -71,8 +74,12 @@ public:
     //! Without a catalogue values are not judged. It is not needed afterwards.
     explicit Folder(QString path, const SystemeventCatalogue *catalogue = nullptr);
 
-    //! Finds out which files there are; false, with errno, where the folder cannot be read.
-    [[nodiscard]] bool open();
+    /*!
+     * Finds out which files there are; false, with errno, where the folder cannot be read.
+     * With Writers::Possible a torn end of the current file is looked at again, for up to
+     * 0.2 s, as it may be a write in progress.
+     */
+    [[nodiscard]] bool open(Writers writers = Writers::Possible);
 
     [[nodiscard]] const QString &path() const { return folderPath; }
     //! Oldest first.
@@ -89,6 +96,7 @@ private:
     QString folderPath;
     Listing listing;
     EventTypes types;
+    Writers others = Writers::Possible;
 };
 
 } // namespace Archive

@@ -59,10 +59,11 @@ struct Record {
      */
     LogFormat::RecordHead head;
     State state = State::Whole;
-    Fault fault = Fault::None; //!< of a damaged one
-    std::string_view bytes;    //!< all of it, with its trailer
-    std::string_view path;     //!< empty where it cannot be read
-    std::string_view values;   //!< behind the path, up to the end mark
+    Fault fault = Fault::None;  //!< of a damaged one
+    bool isReadByDaemon = true; //!< whether the daemon's own walk comes by
+    std::string_view bytes;     //!< all of it, with its trailer
+    std::string_view path;      //!< empty where it cannot be read
+    std::string_view values;    //!< behind the path, up to the end mark
 };
 
 } // namespace Archive

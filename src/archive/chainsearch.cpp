@@ -31,8 +31,6 @@ constexpr int wrongEndsCost = 9;
 constexpr int wrongHeadCost = 5;
 constexpr int tornCost = 8;
 
-constexpr quint64 farthest = quint64(1) << 20; // that a number lies from the one before
-
 enum class Link : quint8 { Start, Record, WrongEnd, WrongHead, Torn, Gap };
 
 //! The best chain to a position with a certain last number.
@@ -208,7 +206,8 @@ void Search::enterGap(qint32 index, qint32 position)
 //! A number comes behind the one before.
 void Search::follow(Chain &state, quint64 logNr)
 {
-    if (logNr <= state.logNr || (state.logNr != 0 && logNr > state.logNr + farthest)) {
+    if (logNr <= state.logNr
+        || (state.logNr != 0 && logNr > state.logNr + ChainSearch::farthestNumber)) {
         state.cost += orderCost;
     }
     if (state.owed > 0 && logNr > state.logNr && logNr <= state.owedUntil) {
@@ -266,7 +265,8 @@ void Search::addWrongEnds(const Chain &before, qint32 from, const Head &head)
             && !head.ends.ends.at(i).isBroken
             && !(parts.hasEndMark(end) && parts.hasTrailer(head.position, end))) {
             const bool isHalfRight = parts.hasEndMark(end) || parts.hasTrailer(head.position, end);
-            addWrongEnd(before, from, head, end, isHalfRight ? wrongEndCost : wrongEndsCost);
+            addWrongEnd(before, from, head, end,
+                        leftOutBy(head, end) + (isHalfRight ? wrongEndCost : wrongEndsCost));
         }
     }
     const auto missed = missedEnds.find(head.logNr);
@@ -448,7 +448,7 @@ private:
             const quint64 behind = pieces[next].logNr;
             isWrong = before < behind && (piece.logNr <= before || piece.logNr >= behind);
         } else if (next == pieces.size() && isLast && before != 0) {
-            isWrong = piece.logNr <= before || piece.logNr > before + farthest;
+            isWrong = piece.logNr <= before || piece.logNr > before + ChainSearch::farthestNumber;
         }
         if (isWrong) {
             piece.state = State::Damaged;
@@ -466,7 +466,8 @@ private:
 /*!
  * Judges the runs of touching records between lost stretches. One that reaches the start
  * or the end of the file is as sure as what the daemon's walk finds, and one of several
- * records in a row cannot be chance; others must have numbers between their neighbours'.
+ * records in a row cannot be chance; of two in a row the numbers must lie between their
+ * neighbours'. One alone may be spelt in the values of a damaged record.
  */
 class RunCheck
 {
@@ -495,7 +496,8 @@ public:
         }
         for (size_t i = 0; i < runs.size(); ++i) {
             const Run &each = runs[i];
-            if (each.isStrong || (each.first > before && each.last < behind[i])) {
+            const bool fits = each.isPair && each.first > before && each.last < behind[i];
+            if (each.isStrong || fits) {
                 before = each.last;
             } else {
                 doubt(each);
@@ -510,6 +512,7 @@ private:
         quint64 first = 0;
         quint64 last = 0;
         bool isStrong = false;
+        bool isPair = false; //!< two of its records have numbers in a row
     };
 
     //! A record with a wrong end does not tell where the next one begins.
@@ -518,7 +521,7 @@ private:
     void addRun(size_t begin, size_t end, bool isAnchored)
     {
         constexpr int enough = 4; // records with numbers in a row
-        Run found{begin, end, 0, 0, isAnchored};
+        Run found{begin, end, 0, 0, isAnchored, false};
         int inARow = 0;
         for (size_t i = begin; i < end; ++i) {
             if (!isNumbered(pieces[i])) {
@@ -526,6 +529,7 @@ private:
             }
             inARow = pieces[i].logNr == found.last + 1 ? inARow + 1 : 1;
             found.isStrong = found.isStrong || inARow >= enough;
+            found.isPair = found.isPair || inARow > 1;
             found.first = found.first == 0 ? pieces[i].logNr : found.first;
             found.last = pieces[i].logNr;
         }

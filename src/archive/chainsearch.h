@@ -43,6 +43,8 @@ public:
     static constexpr qint64 longestRecord = 524288;
     static constexpr int mostCandidates = 2;
     static constexpr int mostStates = 6;
+    //! No number that can be trusted lies farther from the one before.
+    static constexpr quint64 farthestNumber = quint64(1) << 20;
 
     //! Learns about events from what is searched; \a values must outlive this.
     explicit ChainSearch(ValueFit &values)

@@ -19,21 +19,6 @@ quint64 logNrOf(std::string_view record)
     return LogFormat::readNumber<quint64>(in);
 }
 
-//! Whether a record ends within another one.
-bool holdsRecord(std::string_view record)
-{
-    const std::string_view within
-        = record.substr(0, record.size() - size_t(LogFormat::trailerSize));
-    for (size_t mark = within.find(LogFormat::endMark);
-         mark + size_t(LogFormat::trailerSize) < within.size();
-         mark = within.find(LogFormat::endMark, mark + 1)) {
-        if (lastRecord(within.substr(0, mark + 1 + size_t(LogFormat::trailerSize))) >= 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
 } // namespace
 
 qint64 lastRecord(std::string_view bytes)
@@ -54,6 +39,20 @@ qint64 lastRecord(std::string_view bytes)
         begin -= LogFormat::lengthModulus;
     }
     return begin;
+}
+
+bool holdsRecord(std::string_view record)
+{
+    const std::string_view within
+        = record.substr(0, record.size() - size_t(LogFormat::trailerSize));
+    for (size_t mark = within.find(LogFormat::endMark);
+         mark + size_t(LogFormat::trailerSize) < within.size();
+         mark = within.find(LogFormat::endMark, mark + 1)) {
+        if (lastRecord(within.substr(0, mark + 1 + size_t(LogFormat::trailerSize))) >= 0) {
+            return true;
+        }
+    }
+    return false;
 }
 
 FileScan::FileScan(const FileBytes &file, qint64 size, const EventTypes &types)
@@ -77,7 +76,8 @@ bool FileScan::isSound(qint64 begin, qint64 end)
 {
     const std::string_view record(window.constData() + (begin - windowBegin), size_t(end - begin));
     const quint64 logNr = logNrOf(record);
-    const bool rises = following == 0 || logNr < following;
+    const bool rises
+        = following == 0 || (logNr < following && following - logNr <= ChainSearch::farthestNumber);
     const bool isSuspicious = following != logNr + 1;
     following = logNr;
     holdsLongRecord

@@ -87,5 +87,7 @@ private:
  * Of several, as only records over 64 KiB can have, the shortest.
  */
 qint64 lastRecord(std::string_view bytes);
+//! Whether a plausible record ends within another one.
+bool holdsRecord(std::string_view record);
 
 } // namespace Archive

@@ -2,96 +2,126 @@
 #pragma once
 
 #include "archive/archivefolder.h"
+#include "archive/filesurvey.h"
+#include "archive/quarantine.h"
 #include "archive/repairdisk.h"
 
 #include <QString>
 
-#include <functional>
+#include <memory>
 #include <vector>
 
 namespace Archive
 {
 
-//! What a repair keeps at most in the folder damaged/.
-struct RepairLimits {
-    int files = 16;
-    qint64 bytes = qint64(2) << 20;
-};
-
 //! What is done with a file.
 enum class RepairAction : quint8 {
-    None,    //!< it is as it should be
     CutEnd,  //!< its end is cut off
     Rewrite, //!< a new one with its good records takes its place
     Leave,   //!< something is wrong with it, and stays so
 };
 
-//! Why a file with something wrong is left as it is.
+//! Why something wrong stays as it is.
 enum class RepairObstacle : quint8 {
     None,
-    NoRecord, //!< nothing in it can be made out
-    Record,   //!< the damage is within a record that the daemon shows as it is
-    Kept,     //!< what would be taken out does not fit into damaged/ any more
-    NotOwn,   //!< it is a link, or it has a second name
-    Busy,     //!< it is being written
-    Failed,   //!< a step failed, see error
+    Record,     //!< it is within records, which the daemon shows as they are
+    NoRecord,   //!< nothing in the file can be made out
+    Kept,       //!< what would be taken out does not fit into damaged/
+    NotOwn,     //!< the file is a link, or has a second name
+    Unsure,     //!< the daemon would no longer find what it finds now
+    Unreadable, //!< the file cannot be read, see error
+    Failed,     //!< a step failed, see error
 };
 
-//! What is to be done with a file, or was done.
+//! What is to be done with a file that is not as it should be, or was done.
 struct RepairStep {
-    int file = 0;
-    RepairAction action = RepairAction::None;
-    RepairObstacle obstacle
-        = RepairObstacle::None; //!< of a file that is left, or a step that failed
-    int error = 0;              //!< errno, of a failed one
-    qint64 size = 0;            //!< before
-    qint64 newSize = 0;         //!< after
-    qint64 damagedAt = 0;       //!< where the first damage is
-    Fault fault = Fault::None;  //!< the first damage
-    quint64 records = 0;        //!< that are whole or likely
-    quint64 readBefore = 0;     //!< of them by the daemon
+    int file = 0; //!< index
+    RepairAction action = RepairAction::Leave;
+    RepairObstacle obstacle = RepairObstacle::None;
+    int error = 0;             //!< errno
+    qint64 size = 0;           //!< before
+    qint64 newSize = 0;        //!< after
+    qint64 damagedAt = 0;      //!< where the first damage is
+    Fault fault = Fault::None; //!< which
+    quint64 records = 0;       //!< that are whole or likely
+    quint64 readBefore = 0;    //!< of them by the daemon
     quint64 readAfter = 0;
-    QString keptAs; //!< where its bytes are kept, below the folder; empty where none are
+    QString keptAs; //!< where what is taken out is kept, from the folder; empty: nothing is
 };
 
 struct RepairResult {
-    std::vector<RepairStep> steps; //!< of files that are not as they should be, the newest first
+    std::vector<RepairStep> steps; //!< the newest file first
     quint64 readBefore = 0;        //!< of all files
     quint64 readAfter = 0;
-    quint64 nextBefore = 0; //!< the number that the daemon would go on with
-    quint64 nextAfter = 0;
-    int error = 0; //!< errno of the first file that could not be read
+    quint64 nextBefore = 1; //!< the number that the daemon would go on with
+    quint64 nextAfter = 1;
 
+    //! Nothing is or was wrong.
+    [[nodiscard]] bool wasHealthy() const { return steps.empty(); }
     //! Nothing is left that could not be mended.
     [[nodiscard]] bool isWell() const;
-    //! Nothing had to be done.
-    [[nodiscard]] bool wasHealthy() const { return steps.empty() && error == 0; }
 };
 
 /*!
- * Makes the daemon's own walk find every whole record of a folder again, and the next
- * number, in place. The caller holds the folder's lock (FolderLock), so that nobody else
- * writes.
+ * Makes the daemon's own walk find every whole record of a folder again, and the right
+ * next number, in place. The caller holds the folder's lock (FolderLock), so that nobody
+ * else writes, and has opened the folder since.
  *
- * The newest file is mended first. Of a file that is damaged before its end, the good
- * records go byte for byte into a new file that takes its place, with owner, mode and time
- * of modification; good are the whole ones, the likely ones, and those damaged in a way
- * that the daemon's walk gets over. A file damaged at its end alone is cut. No byte is lost: what
- * is taken out is kept in the folder damaged/ below, the whole file as zibN.log-CHECKSUM, a piece
- * of one as zibN.log-OFFSET-CHECKSUM.
+ * Of a file that is damaged before its end, what is good goes byte for byte into a new
+ * file that takes its place, with owner, mode and time of modification; FileSurvey says
+ * what is good. A file 0 that is damaged at its end alone is cut. The newest file is mended
+ * first.
+ *
+ * No byte is lost. What is taken out is kept in the folder damaged/: a whole file as
+ * zibN.log-CHECKSUM, the end of one as zibN.log-OFFSET-CHECKSUM. Where it does not fit
+ * there, the file stays as it is.
  *
  * It may be stopped before each of its steps: at no time does the daemon find less than
- * before, and another run ends in the same bytes. A run on a mended folder does nothing.
+ * before, and another run ends in the same bytes. A run on a mended folder does nothing,
+ * and a sound one is not written to at all.
+ *
+ * Memory: a few times the limit in bytes.
  */
 class Repair
 {
 public:
-    Repair(const Folder &opened, RepairDisk &disk, RepairLimits most = {});
+    //! Both must outlive this.
+    Repair(const Folder &folder, RepairDisk &disk, RepairLimits most = {});
 
     //! What would be done. Writes nothing.
     [[nodiscard]] RepairResult plan();
     //! Does it.
     [[nodiscard]] RepairResult run();
+
+private:
+    struct Job {
+        RepairStep step;
+        FileIdentity identity;
+        std::vector<Range> content; //!< of what the file is to consist
+    };
+
+    void planAll();
+    void planFile(const ListedFile &file);
+    void decide(Job &job, const FileSurvey &survey);
+    [[nodiscard]] bool rewrite(Job &job, const FileSurvey &survey);
+    [[nodiscard]] bool cutEnd(Job &job, const FileSurvey &survey);
+    [[nodiscard]] bool keepsReadable(Job &job, const FileSurvey &survey, const QByteArray &bytes);
+    [[nodiscard]] bool isOwn(const Job &job, const QByteArray &bytes) const;
+    [[nodiscard]] int carryOut(const Job &job);
+    [[nodiscard]] int replace(const Job &job, const FileBytes &original, int keptFolder);
+    [[nodiscard]] int cut(const Job &job, const FileBytes &original, int keptFolder);
+    [[nodiscard]] int writeTemporary(int keptFolder, const FileBytes &original,
+                                     const std::vector<Range> &content);
+
+    const Folder &folder;
+    RepairDisk &disk;
+    RepairLimits limits;
+    Descriptor directory;
+    std::vector<Job> jobs;
+    RepairResult result;
+    bool hasNext = false;   //!< the file that the daemon goes on behind has been met
+    bool hasNewest = false; //!< and that with the last record that stays
+    std::unique_ptr<Quarantine> kept;
 };
 
 } // namespace Archive

@@ -20,6 +20,8 @@ public:
     virtual int makeFolder(int parent, const char *name);
     //! Makes an empty file for writing, in place of one that is there.
     virtual int create(int folder, const char *name, Descriptor &file);
+    //! Opens a file for writing.
+    virtual int open(int folder, const char *name, Descriptor &file);
     virtual int write(int file, std::string_view bytes);
     //! Gives a file the owner, the mode and the time of modification of another.
     virtual int setAttributes(int file, const struct stat &like);
@@ -27,6 +29,7 @@ public:
     virtual int sync(int descriptor);
     virtual int link(int folder, const char *name, int newFolder, const char *newName);
     virtual int rename(int folder, const char *name, int newFolder, const char *newName);
+    virtual int remove(int folder, const char *name);
     virtual int truncate(int file, qint64 size);
 };
 

@@ -59,6 +59,7 @@ TrueLog::TrueLog(Dice &throws, Content content, int size)
         logNr += dice.chance(1) ? quint64(dice.between(2, 40)) : 1;
         seconds += dice.below(5);
         const QByteArray made = record(content);
+        originals += made;
         const int begin = int(all.size());
         for (const char c : made) {
             all.push_back({c, false, int(all.size())});
@@ -164,6 +165,12 @@ QByteArray TrueLog::record(Content content)
         fields.values = number(9, 4);
     }
     return RecordBytes::record(fields);
+}
+
+QByteArray TrueLog::original(size_t index) const
+{
+    const Written &record = records.at(index);
+    return originals.mid(record.begin, record.end - record.begin);
 }
 
 QByteArray TrueLog::bytes() const

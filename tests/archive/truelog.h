@@ -40,6 +40,8 @@ public:
     [[nodiscard]] QByteArray bytes() const;
     [[nodiscard]] int size() const { return int(all.size()); }
     [[nodiscard]] const std::vector<Written> &written() const { return records; }
+    //! The bytes of one of written() as they were.
+    [[nodiscard]] QByteArray original(size_t index) const;
 
     // Damage. Positions are those of the file as it is then.
     void flipBit(int bit);
@@ -72,6 +74,7 @@ private:
     Dice &dice;
     quint64 logNr = 0;
     qint64 seconds = 1700000000;
+    QByteArray originals;
     std::vector<Byte> all;
     std::vector<Written> records;
 };

@@ -24,6 +24,11 @@ public:
         write(fileName, content, QIODevice::WriteOnly | QIODevice::Truncate);
     }
     void put(int index, const QByteArray &content) const { put(name(index), content); }
+    [[nodiscard]] QByteArray content(int index) const
+    {
+        QFile file(path(name(index)));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
     void append(int index, const QByteArray &content) const
     {
         write(name(index), content, QIODevice::WriteOnly | QIODevice::Append);
