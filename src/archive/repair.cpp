@@ -69,7 +69,7 @@ qint64 positionInParts(qint64 position, const std::vector<Range> &ranges)
  * Where the daemon finds records now without doubt: from the end of the bytes, as long as
  * nothing is wrong. A last number far from the one before is.
  */
-std::vector<qint64> soundEnd(std::string_view bytes, Range &range)
+std::vector<qint64> soundEnd(std::string_view bytes, const std::vector<Range> &good, Range &range)
 {
     std::vector<qint64> found;
     quint64 following = 0;
@@ -82,7 +82,8 @@ std::vector<qint64> soundEnd(std::string_view bytes, Range &range)
         const std::string_view record = bytes.substr(size_t(begin), size_t(end - begin));
         ByteSource in(record);
         const auto logNr = LogFormat::readNumber<quint64>(in);
-        if (following != logNr + 1 && holdsRecord(record)) {
+        const bool isSuspicious = following != logNr + 1 || positionInParts(begin, good) < 0;
+        if (isSuspicious && holdsRecord(record)) {
             break;
         }
         const bool isWrong = following != 0
@@ -101,14 +102,19 @@ std::vector<qint64> soundEnd(std::string_view bytes, Range &range)
     return found;
 }
 
-//! Good ranges and the sound end of the bytes, which comes first where they differ.
-std::vector<Range> withSoundEnd(const std::vector<Range> &good, const QByteArray &bytes)
+//! What is good and the sound end of the bytes, which comes first where they overlap.
+std::vector<Range> withSoundEnd(const FileSurvey &survey, const QByteArray &bytes)
 {
     Range sound;
-    (void)soundEnd({bytes.constData(), size_t(bytes.size())}, sound);
+    (void)soundEnd({bytes.constData(), size_t(bytes.size())}, survey.good, sound);
+    // The last record that ends before it.
+    const auto behind = std::upper_bound(survey.begins.begin(), survey.begins.end(), sound.begin);
+    const qint64 limit = behind != survey.begins.begin() ? *std::prev(behind) : 0;
     std::vector<Range> ranges;
-    for (Range range : good) {
-        range.end = std::min(range.end, sound.begin);
+    for (Range range : survey.good) {
+        if (range.end > sound.begin) {
+            range.end = limit;
+        }
         if (range.begin < range.end) {
             ranges.push_back(range);
         }
@@ -241,7 +247,8 @@ bool Repair::keepsReadable(Job &job, const FileSurvey &survey, const QByteArray 
     const auto isFound
         = [&](qint64 begin) { return found.count(positionInParts(begin, job.content)) != 0; };
     Range range;
-    const std::vector<qint64> sound = soundEnd({bytes.constData(), size_t(bytes.size())}, range);
+    const std::vector<qint64> sound
+        = soundEnd({bytes.constData(), size_t(bytes.size())}, survey.good, range);
     if (!std::all_of(survey.readNow.begin(), survey.readNow.end(), isFound)
         || !std::all_of(sound.begin(), sound.end(), isFound)) {
         job.step.obstacle = RepairObstacle::Unsure;
@@ -285,7 +292,7 @@ bool Repair::rewrite(Job &job, const FileSurvey &survey)
         job.step.obstacle = RepairObstacle::NotOwn;
         return false;
     }
-    job.content = withSoundEnd(survey.good, bytes);
+    job.content = withSoundEnd(survey, bytes);
     if (!keepsReadable(job, survey, bytes) || !kept->reserve(keptName, bytes)) {
         job.step.readAfter = job.step.readBefore;
         return false;
