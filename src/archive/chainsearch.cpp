@@ -21,8 +21,9 @@ constexpr int gapCost = 100;
 constexpr int leftOutCost = 150;
 constexpr int leftOutOneCost = 12;
 // Those that a record holds. A few cost less than a gap, behind which they could begin.
-constexpr int heldCost = 80;
+constexpr int heldCost = 100;
 constexpr int heldOneCost = 7;
+constexpr int heldDiscount = 20;
 constexpr int contradictionCost = 6;
 constexpr int brokenTextCost = 6;
 constexpr int orderCost = 4;
@@ -90,9 +91,13 @@ private:
         return leftOut(begin, end) + (isPartOfRun ? leftOutCost : 0)
             + (head.firstCandidate >= 0 ? leftOutCost : 0);
     }
-    [[nodiscard]] int held(qint32 begin, qint32 end) const
+    [[nodiscard]] int held(const Candidate &candidate) const
     {
-        return heldCost * parts.runsIn(begin, end) + heldOneCost * parts.beginningsIn(begin, end);
+        const qint32 begin = parts.heads[size_t(candidate.head)].position + 1;
+        const int runs = parts.runsIn(begin, candidate.end) + (candidate.next >= 0 ? 1 : 0);
+        return runs == 0 ? 0
+                         : heldCost * runs - heldDiscount
+                + heldOneCost * parts.beginningsIn(begin, candidate.end);
     }
     void leaveGap(qint32 position);
     void enterGap(qint32 index, qint32 position);
@@ -113,11 +118,8 @@ private:
     // Of those in a gap: the cost is that at its begin, less what it costs up to there.
     std::array<Chain, ChainSearch::mostStates> inGap{};
     size_t gapCount = 0;
-    /*!
-     * Where a record of a number begins that none touches from before: the one before it
-     * ends there, if its end is wrong. By the number that one has.
-     */
-    std::unordered_map<quint64, qint32> missedEnds;
+    //! Where the record behind one with a certain number begins.
+    std::unordered_map<quint64, qint32> nextBegins;
 };
 
 void Search::start(quint64 logNr, bool gap)
@@ -232,7 +234,7 @@ void Search::addRecord(const Chain &before, qint32 from, const Candidate &candid
         state.cost += brokenTextCost;
     }
     if (candidate.fit != Fit::Exact) {
-        state.owed = held(head.position + 1, candidate.end) + (candidate.next >= 0 ? heldCost : 0);
+        state.owed = held(candidate);
     }
     if (state.owed > 0) {
         state.cost += state.owed;
@@ -269,11 +271,11 @@ void Search::addWrongEnds(const Chain &before, qint32 from, const Head &head)
                         leftOutBy(head, end) + (isHalfRight ? wrongEndCost : wrongEndsCost));
         }
     }
-    const auto missed = missedEnds.find(head.logNr);
-    if (missed == missedEnds.end()) {
+    const auto next = nextBegins.find(head.logNr);
+    if (next == nextBegins.end()) {
         return;
     }
-    const qint32 end = missed->second;
+    const qint32 end = next->second;
     if (end - head.position < LogFormat::minRecordSize
         || end - head.position > ChainSearch::longestRecord) {
         return;
@@ -333,8 +335,8 @@ void Search::extend(qint32 index, qint32 position)
 void Search::run()
 {
     for (auto head = parts.heads.rbegin(); head != parts.heads.rend(); ++head) {
-        if (head->firstCandidate >= 0 && !parts.isEnd(head->position) && head->logNr > 1) {
-            missedEnds[head->logNr - 1] = head->position; // of several the first
+        if (head->firstCandidate >= 0) {
+            nextBegins[head->logNr - 1] = head->position; // of several the first
         }
     }
     for (qint32 position = 0; position < size; ++position) {

@@ -85,21 +85,30 @@ bool FileScan::isSound(qint64 begin, qint64 end)
     return rises && !(isSuspicious && holdsRecord(record));
 }
 
+bool FileScan::arePositionsSound(qint64 end)
+{
+    for (const qint64 begin : positions) {
+        if (!isSound(begin, end)) {
+            return false;
+        }
+        end = begin;
+    }
+    return true;
+}
+
 /*!
  * Walks as far back as the window goes: to its begin, or to a place where no plausible
- * record ends; a false step shows in \a sound.
+ * record ends.
  */
 void FileScan::walkPart(qint64 end)
 {
     positions.clear();
-    sound = true;
-    while (sound && end > windowBegin) {
+    while (end > windowBegin) {
         const qint64 begin
             = lastRecord({window.constData(), size_t(end - windowBegin)}) + windowBegin;
         if (begin < windowBegin) {
             return;
         }
-        sound = isSound(begin, end);
         positions.push_back(begin);
         end = begin;
     }
@@ -115,8 +124,8 @@ bool FileScan::findParts()
             return false;
         }
         walkPart(end);
-        sound = sound && (!positions.empty() || (windowBegin > 0 && size < longestRecord));
-        if (!sound) {
+        const bool mayBeLonger = windowBegin > 0 && size < longestRecord;
+        if (!arePositionsSound(end) || (positions.empty() && !mayBeLonger)) {
             return true;
         }
         size = positions.empty() ? size * 2 : windowSize;

@@ -64,7 +64,8 @@ public:
 private:
     [[nodiscard]] bool findParts();
     [[nodiscard]] bool load(qint64 begin, qint64 end);
-    [[nodiscard]] bool isSound(qint64 end, qint64 begin);
+    [[nodiscard]] bool isSound(qint64 begin, qint64 end);
+    [[nodiscard]] bool arePositionsSound(qint64 end);
     void walkPart(qint64 end);
     [[nodiscard]] bool showParts(const Show &show);
     void judgeTexts(Pieces &found);
