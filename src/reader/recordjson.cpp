@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "reader/recordjson.h"
 
-#include "catalog/systemeventcatalogue.h"
 #include "logformat/logformat.h"
-#include "logformat/storedvalue.h"
 #include "reader/logfilecursor.h"
 #include "rendering/jsonutil.h"
-#include "rendering/storedtext.h"
 #include "rendering/utf8text.h"
 
 #include <string_view>
@@ -44,7 +41,7 @@ const RecordJson::EventKind *RecordJson::eventKind(int eventId)
     beforePath += ",\"loglevel\":\"";
     Utf8Text::append(beforePath, event->logLevelName);
     beforePath += "\",\"path\":\"";
-    EventKind kind{&*event, beforePath, EventTemplate(event->description(lang))};
+    EventKind kind{beforePath, StoredMessage(*event, *catalogue, lang)};
     return &eventKinds.emplace(eventId, std::move(kind)).first->second;
 }
 
@@ -66,7 +63,7 @@ void RecordJson::append(std::string &out, LogFileCursor &file, qint64 position)
         appendPath(out, file);
         out += "\",\"msg\":\"";
         const size_t messageBegin = out.size();
-        renderArguments(out, *kind, file);
+        kind->message.append(out, file, values, workLeft);
         jsonUtil::escape(out, messageBegin);
         out += "\"}";
     } else {
@@ -80,13 +77,4 @@ void RecordJson::append(std::string &out, LogFileCursor &file, qint64 position)
 void RecordJson::appendPath(std::string &out, LogFileCursor &file) const
 {
     Utf8Text::appendLatin1(out, upToZeroByte(file.take(LogFormat::readNumber<quint16>(file))));
-}
-
-void RecordJson::renderArguments(std::string &out, const EventKind &kind, LogFileCursor &file)
-{
-    values.clear();
-    for (const SystemeventArgument &argument : kind.event->arguments) {
-        substituteStored(values, LogFormat::readValue(file, argument.type), argument, *catalogue);
-    }
-    kind.message.render(values, out, spareWork, &workLeft);
 }
