@@ -16,6 +16,7 @@ set(allowed_reader catalog logformat rendering)
 set(allowed_udp catalog output rendering)
 set(allowed_manager binlog catalog devicelib logformat output reader rendering udp)
 set(allowed_app devicelib manager messages)
+set(allowed_ctl archive catalog logformat rendering)
 
 cmake_policy(VERSION 3.22)
 

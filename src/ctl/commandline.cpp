@@ -1,0 +1,343 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ctl/commandline.h"
+
+#include <CLI/CLI.hpp>
+#include <QFile>
+
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace
+{
+
+constexpr unsigned bit(Command command)
+{
+    return 1U << unsigned(command);
+}
+constexpr unsigned everyCommand
+    = bit(Command::Verify) | bit(Command::Salvage) | bit(Command::Repair);
+
+struct CommandText {
+    Command command;
+    const char *name;
+    const char *summary;
+    const char *text; //!< in its own help
+};
+
+constexpr CommandText commandTexts[] = {
+    {Command::Verify, "verify", "looks for damage; reads only",
+     "Looks through a folder of log files and tells of each file what it holds and what of it "
+     "is damaged, which numbers are missing or there more than once, and how much of what can "
+     "be read the daemon shows. Nothing is written. The daemon may be running."},
+    {Command::Salvage, "salvage", "prints what can be read of a damaged log",
+     "Prints all records that can be made out, each with a judgement: whole, likely, or "
+     "damaged, and what is no record as lost. The daemon may be running."},
+    {Command::Repair, "repair", "mends a damaged log in place, so that the daemon reads it",
+     "Makes the daemon find every whole record of a damaged folder again. A torn end of the "
+     "newest file is cut off; a file damaged before its end is written anew from its records. "
+     "No byte is lost: what is taken out is kept in the subfolder damaged. A healthy folder "
+     "is not written to. It may be stopped at any time and run again. Refused while the "
+     "daemon runs."},
+};
+
+enum class OptionId : quint8 {
+    Folder,
+    Catalogue,
+    Format,
+    Quiet,
+    Sure,
+    Target,
+    DryRun,
+    TimeLimit,
+    Help,
+    Version,
+};
+
+struct OptionText {
+    const char *names; //!< with commas in between
+    const char *value; //!< null for a switch
+    const char *text;
+    unsigned commands;
+    OptionId id;
+};
+
+//! All that is said of the options: parsing and help are made of it.
+constexpr OptionText optionTexts[] = {
+    {"-D,--directory", "DIR",
+     "the folder of log files, instead of /srv/public/log; the bus is not asked then", everyCommand,
+     OptionId::Folder},
+    {"-C,--catalogue", "FILE", "the event catalogue, instead of /var/www/data/systemevent.xml",
+     everyCommand, OptionId::Catalogue},
+    {"-o,--output", "text|json",
+     "for people, or one JSON object a line; salvage prints JSON unless told otherwise",
+     everyCommand, OptionId::Format},
+    {"-q,--quiet", nullptr, "say nothing where all is well", everyCommand, OptionId::Quiet},
+    {"--sure", nullptr, "only records that are whole beyond doubt", bit(Command::Salvage),
+     OptionId::Sure},
+    {"-O,--output-directory", "DIR",
+     "write the whole records as a clean set of log files into DIR, which must not hold any, "
+     "instead of printing them",
+     bit(Command::Salvage), OptionId::Target},
+    {"--dry-run", nullptr, "say what would be done, and do nothing", bit(Command::Repair),
+     OptionId::DryRun},
+    {"--time-limit", "SECONDS", "stop after that time; the next run goes on", bit(Command::Repair),
+     OptionId::TimeLimit},
+    {"-h,--help", nullptr, "show this help", everyCommand, OptionId::Help},
+    {"-V,--version", nullptr, "show the version", 0, OptionId::Version},
+};
+
+constexpr char exitText[]
+    = "Exit status: 0 healthy or done, 2 wrong usage, 3 damage found (the output is complete as "
+      "far as it can be), 4 something cannot be read or written, or was refused.";
+
+constexpr size_t width = 80;
+constexpr size_t textColumn = 30;
+
+//! Appends a text in lines that end before the right edge; the first begins at a column.
+void appendWrapped(std::string &out, std::string_view text, size_t column, size_t indent)
+{
+    while (!text.empty()) {
+        const size_t blank = std::min(text.find(' '), text.size());
+        if (column > indent && column + 1 + blank >= width) {
+            out += '\n';
+            out.append(indent, ' ');
+            column = indent;
+        } else if (column > indent) {
+            out += ' ';
+            ++column;
+        }
+        out += text.substr(0, blank);
+        column += blank;
+        text.remove_prefix(std::min(blank + 1, text.size()));
+    }
+    out += '\n';
+}
+
+void appendOption(std::string &out, const OptionText &option)
+{
+    std::string line
+        = std::string(option.names).front() == '-' && option.names[1] == '-' ? "      " : "  ";
+    for (const char *c = option.names; *c != '\0'; ++c) {
+        line += *c;
+        line += *c == ',' ? " " : "";
+    }
+    if (option.value) {
+        line += ' ';
+        line += option.value;
+    }
+    if (line.size() + 2 > textColumn) {
+        line += '\n';
+        line.append(textColumn, ' ');
+    } else {
+        line.resize(textColumn, ' ');
+    }
+    out += line;
+    appendWrapped(out, option.text, textColumn, textColumn);
+}
+
+const CommandText &textOf(Command command)
+{
+    return commandTexts[size_t(command)];
+}
+
+std::string commandHelp(Command command)
+{
+    const CommandText &told = textOf(command);
+    std::string help = std::string("Usage: systemeventctl ") + told.name + " [OPTIONS]\n\n";
+    appendWrapped(help, told.text, 0, 0);
+    help += "\nOptions:\n";
+    for (const OptionText &option : optionTexts) {
+        if ((option.commands & bit(command)) != 0) {
+            appendOption(help, option);
+        }
+    }
+    help += '\n';
+    appendWrapped(help, exitText, 0, 0);
+    return help;
+}
+
+std::string generalHelp()
+{
+    std::string help = "Usage: systemeventctl COMMAND [OPTIONS]\n\n"
+                       "The event log of a device: its files in people's hands.\n\nCommands:\n";
+    for (const CommandText &command : commandTexts) {
+        std::string line = std::string("  ") + command.name;
+        line.resize(12, ' ');
+        help += line;
+        appendWrapped(help, command.summary, line.size(), line.size());
+    }
+    help += "\nOptions:\n";
+    for (const OptionText &option : optionTexts) {
+        if (option.id == OptionId::Help || option.id == OptionId::Version) {
+            appendOption(help, option);
+        }
+    }
+    help += "\n\"systemeventctl COMMAND --help\" tells more of a command.\n";
+    return help;
+}
+
+//! What was typed, before anything is made of it.
+struct Typed {
+    std::string folder;
+    std::string catalogue;
+    std::string format;
+    std::string target;
+    unsigned timeLimit = 0;
+    bool help = false;
+    bool version = false;
+    bool quiet = false;
+    bool sure = false;
+    bool dryRun = false;
+};
+
+void addOption(CLI::App &app, const OptionText &option, Typed &typed)
+{
+    switch (option.id) {
+    case OptionId::Folder:
+        app.add_option(option.names, typed.folder);
+        return;
+    case OptionId::Catalogue:
+        app.add_option(option.names, typed.catalogue);
+        return;
+    case OptionId::Format:
+        app.add_option(option.names, typed.format)->check(CLI::IsMember({"text", "json"}));
+        return;
+    case OptionId::Target:
+        app.add_option(option.names, typed.target);
+        return;
+    case OptionId::TimeLimit:
+        app.add_option(option.names, typed.timeLimit)->check(CLI::Range(1U, 86400U));
+        return;
+    case OptionId::Quiet:
+        app.add_flag(option.names, typed.quiet);
+        return;
+    case OptionId::Sure:
+        app.add_flag(option.names, typed.sure);
+        return;
+    case OptionId::DryRun:
+        app.add_flag(option.names, typed.dryRun);
+        return;
+    case OptionId::Help:
+        app.add_flag(option.names, typed.help);
+        return;
+    case OptionId::Version:
+        app.add_flag(option.names, typed.version);
+        return;
+    }
+}
+
+QString fileName(const std::string &typed)
+{
+    return QFile::decodeName(QByteArray(typed.data(), QByteArray::size_type(typed.size())));
+}
+
+bool isGiven(const CLI::App &app, const char *name)
+{
+    const CLI::Option *const option = app.get_option_no_throw(name);
+    return option != nullptr && option->count() > 0;
+}
+
+Plan planOf(Command command, const CLI::App &app, const Typed &typed)
+{
+    Plan plan;
+    plan.command = command;
+    if (isGiven(app, "-D")) {
+        plan.source.folder = fileName(typed.folder);
+        plan.source.folderIsNamed = true;
+    }
+    if (isGiven(app, "-C")) {
+        plan.source.catalogue = fileName(typed.catalogue);
+        plan.source.catalogueIsNamed = true;
+    }
+    const bool isJson = typed.format.empty() ? command == Command::Salvage && !isGiven(app, "-O")
+                                             : typed.format == "json";
+    plan.output.format = isJson ? Format::Json : Format::Text;
+    plan.output.isQuiet = typed.quiet;
+    plan.salvage.sureOnly = typed.sure;
+    if (isGiven(app, "-O")) {
+        plan.salvage.folder = fileName(typed.target);
+        plan.salvage.isToFolder = true;
+    }
+    plan.repair.dryRun = typed.dryRun;
+    plan.repair.timeLimit = typed.timeLimit;
+    return plan;
+}
+
+CommandLine answer(std::string text)
+{
+    CommandLine line;
+    line.answer = std::move(text);
+    return line;
+}
+
+CommandLine complain(const std::string &text, const std::string &helpOf)
+{
+    CommandLine line;
+    line.complaint = text + "; see \"systemeventctl " + helpOf + "--help\"";
+    line.status = ExitStatus::WrongUsage;
+    return line;
+}
+
+//! The parser, of which help and messages are not used: they would say things twice.
+struct Parser {
+    Parser()
+    {
+        app.set_help_flag();
+        app.require_subcommand(0, 1);
+        for (const OptionText &option : optionTexts) {
+            if (option.id == OptionId::Help || option.id == OptionId::Version) {
+                addOption(app, option, typed);
+            }
+        }
+        for (const CommandText &command : commandTexts) {
+            CLI::App &sub = *app.add_subcommand(command.name);
+            sub.set_help_flag();
+            for (const OptionText &option : optionTexts) {
+                if ((option.commands & bit(command.command)) != 0) {
+                    addOption(sub, option, typed);
+                }
+            }
+        }
+    }
+
+    CLI::App app;
+    Typed typed;
+};
+
+CommandLine meaningOf(const Parser &parser)
+{
+    if (parser.typed.version) {
+        return answer("systemeventctl " SEL_VERSION "\n");
+    }
+    const std::vector<CLI::App *> chosen = parser.app.get_subcommands();
+    if (chosen.empty()) {
+        return parser.typed.help ? answer(generalHelp()) : complain("a command is missing", "");
+    }
+    const CLI::App &app = *chosen.front();
+    const auto *const command
+        = std::find_if(std::begin(commandTexts), std::end(commandTexts),
+                       [&app](const CommandText &each) { return app.get_name() == each.name; });
+    if (parser.typed.help) {
+        return answer(commandHelp(command->command));
+    }
+    CommandLine line;
+    line.plan = planOf(command->command, app, parser.typed);
+    return line;
+}
+
+} // namespace
+
+CommandLine CommandLine::read(int argc, const char *const *argv)
+{
+    Parser parser;
+    try {
+        parser.app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        const std::vector<CLI::App *> chosen = parser.app.get_subcommands();
+        return complain(error.what(), chosen.empty() ? "" : chosen.front()->get_name() + ' ');
+    }
+    return meaningOf(parser);
+}

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QLatin1String>
+#include <QString>
+
+#include <string>
+#include <string_view>
+
+/*!
+ * Appends one JSON object to a text in UTF-8, member by member in the order of the calls.
+ * Whatever the bytes of a text, the object is valid: what is no UTF-8 becomes U+FFFD. Keys
+ * are taken as they are.
+ */
+class JsonObject
+{
+public:
+    //! Opens an object at the end of \a text, which must outlive this.
+    explicit JsonObject(std::string &text)
+        : out(text)
+    {
+        out += '{';
+    }
+
+    JsonObject &add(std::string_view key, std::string_view utf8);
+    JsonObject &add(std::string_view key, const QString &text);
+    JsonObject &add(std::string_view key, QLatin1String ascii)
+    {
+        return add(key, std::string_view(ascii.data(), size_t(ascii.size())));
+    }
+    JsonObject &addFlag(std::string_view key, bool value);
+    JsonObject &addNumber(std::string_view key, qint64 value);
+    //! A number that readers might not hold: as a string.
+    JsonObject &addLarge(std::string_view key, quint64 value);
+    JsonObject &addLarge(std::string_view key, qint64 value);
+    //! Bytes in hexadecimal.
+    JsonObject &addHex(std::string_view key, std::string_view bytes);
+    JsonObject &addNull(std::string_view key);
+    //! Appends a key; its value is to be appended to the text then.
+    std::string &addKey(std::string_view key);
+
+    //! Closes it.
+    void end() { out += '}'; }
+
+    //! Appends bytes in hexadecimal, without quotes.
+    static void appendHex(std::string &text, std::string_view bytes);
+    //! Appends a JSON string.
+    static void appendString(std::string &text, std::string_view utf8);
+
+private:
+    std::string &out;
+    bool isEmpty = true;
+};

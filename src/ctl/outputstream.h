@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <string_view>
+
+//! Thrown when what a command prints cannot be written.
+struct OutputFailure {
+    int error = 0; //!< errno; EPIPE where nobody reads any more
+};
+
+/*!
+ * Writes text to a descriptor, which is not owned, in large pieces. Every failure is seen,
+ * also that of the last piece, as long as flush() is called.
+ */
+class OutputStream
+{
+public:
+    explicit OutputStream(int output)
+        : descriptor(output)
+    {
+    }
+
+    //! Add to it what is to be written, and call wrote() then.
+    std::string &text() { return waiting; }
+    //! Throws OutputFailure.
+    void wrote()
+    {
+        if (waiting.size() >= pieceSize) {
+            flush();
+        }
+    }
+    //! Throws OutputFailure.
+    void write(std::string_view utf8);
+    //! Throws OutputFailure.
+    void flush();
+
+private:
+    static constexpr size_t pieceSize = 65536;
+
+    int descriptor;
+    std::string waiting;
+};

@@ -1,0 +1,252 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// What "salvage -O" writes: a set of log files that is healthy, holds every whole record
+// byte for byte, and appears all at once or not at all.
+
+#include "ctl/ctlprocess.h"
+#include "support/literals.h"
+#include "support/logfolder.h"
+#include "support/recordbytes.h"
+
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTest>
+
+#include <csignal>
+
+using RecordBytes::Fields;
+using RecordBytes::record;
+using RecordBytes::sized;
+
+namespace
+{
+
+QByteArray message(quint64 logNr, const QByteArray &text)
+{
+    Fields fields;
+    fields.logNr = logNr;
+    fields.eventId = 9;
+    fields.values = sized(text);
+    return record(fields);
+}
+
+QByteArray messages(quint64 from, quint64 to, int size = 40)
+{
+    QByteArray bytes;
+    for (quint64 i = from; i <= to; ++i) {
+        bytes += message(i, QByteArray::number(i).rightJustified(size, '.'));
+    }
+    return bytes;
+}
+
+CtlRun salvageTo(const QString &target, const LogFolder &folder)
+{
+    return runCtl(
+        {"salvage"_s, "-C"_s, testCatalogue(), "-D"_s, folder.dir().path(), "-O"_s, target});
+}
+
+//! All bytes of a folder's log files, the oldest file first.
+QByteArray content(const QString &folder)
+{
+    QByteArray bytes;
+    const QStringList names = QDir(folder).entryList(QDir::Files);
+    for (auto i = names.size() - 1; i >= 0; --i) {
+        QFile file(folder + "/zib%1.log"_s.arg(i));
+        if (!file.open(QIODevice::ReadOnly)) {
+            return "not a set of log files: " + names.join(QLatin1Char(' ')).toUtf8();
+        }
+        bytes += file.readAll();
+    }
+    return bytes;
+}
+
+} // namespace
+
+class CtlCleanSetTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void recordsAreKept();
+    void filesAreOfTheDaemonsSize();
+    void orderIsByNumber_data();
+    void orderIsByNumber();
+    void refusals();
+    void wrongUsage();
+    void interrupted();
+    void fullDisk();
+
+private:
+    [[nodiscard]] QString target() const { return parent->filePath("set"_s); }
+
+    std::unique_ptr<QTemporaryDir> parent;
+};
+
+void CtlCleanSetTest::init()
+{
+    parent = std::make_unique<QTemporaryDir>();
+}
+
+void CtlCleanSetTest::recordsAreKept()
+{
+    LogFolder folder;
+    folder.put(1, messages(1, 20) + QByteArray(70, '\0') + messages(22, 40));
+    folder.put(0, messages(41, 60) + message(61, "torn").left(30));
+    const CtlRun run = salvageTo(target(), folder);
+    QCOMPARE(run.status, 3);
+    QCOMPARE(run.errors, QByteArray());
+    QVERIFY2(run.out.startsWith("59 whole records written to "), run.out.constData());
+    QCOMPARE(content(target()), messages(1, 20) + messages(22, 60));
+    const CtlRun check = runCtl({"verify"_s, "-D"_s, target(), "-C"_s, testCatalogue()});
+    QVERIFY2(check.status == 0, check.out.constData());
+}
+
+void CtlCleanSetTest::filesAreOfTheDaemonsSize()
+{
+    LogFolder folder;
+    folder.put(0, messages(1, 5000));
+    QCOMPARE(salvageTo(target(), folder).status, 0);
+    QCOMPARE(content(target()), messages(1, 5000));
+    const QDir set(target());
+    const auto count = set.entryList(QDir::Files).size();
+    QVERIFY(count > 3);
+    for (int i = 1; i < count; ++i) {
+        const QFileInfo file(set.filePath("zib%1.log"_s.arg(i)));
+        QVERIFY(file.size() >= 102400 && file.size() < 102400 + 2560 + 100);
+        const QFileInfo newer(set.filePath("zib%1.log"_s.arg(i - 1)));
+        QVERIFY(file.lastModified() < newer.lastModified());
+    }
+}
+
+void CtlCleanSetTest::orderIsByNumber_data()
+{
+    QTest::addColumn<QList<QByteArray>>("files"); // the oldest first
+    QTest::addColumn<QByteArray>("wanted");
+
+    using Files = QList<QByteArray>;
+    QTest::newRow("swapped files find their places")
+        << Files{messages(101, 200), messages(1, 100)} << messages(1, 200);
+    QTest::newRow("swapped pages find their places")
+        << Files{messages(1, 50) + messages(101, 150) + messages(51, 100) + messages(151, 200)}
+        << messages(1, 200);
+    QTest::newRow("numbers that began again come behind")
+        << Files{messages(1, 200), messages(1, 100)} << messages(1, 200) + messages(1, 100);
+    QTest::newRow("and go on there")
+        << Files{messages(100, 200), messages(1, 300)} << messages(100, 200) + messages(1, 300);
+    QTest::newRow("a page that is there twice is kept twice")
+        << Files{messages(1, 100) + messages(51, 60) + messages(101, 200)}
+        << messages(51, 60) + messages(1, 200);
+}
+
+void CtlCleanSetTest::orderIsByNumber()
+{
+    QFETCH(QList<QByteArray>, files);
+    QFETCH(QByteArray, wanted);
+    LogFolder folder;
+    for (int i = 0; i < files.size(); ++i) {
+        folder.put(int(files.size()) - 1 - i, files.at(i));
+    }
+    (void)salvageTo(target(), folder);
+    QVERIFY(content(target()) == wanted);
+    const CtlRun check = runCtl({"verify"_s, "-D"_s, target(), "-C"_s, testCatalogue()});
+    QVERIFY2(check.status == 0, check.out.constData());
+}
+
+void CtlCleanSetTest::refusals()
+{
+    LogFolder folder;
+    folder.put(0, messages(1, 3));
+    LogFolder other;
+    other.put(4, messages(7, 8));
+    const CtlRun occupied = salvageTo(other.dir().path(), folder);
+    QCOMPARE(occupied.status, 4);
+    QVERIFY(occupied.errors.contains("there are log files already"));
+    QCOMPARE(other.dir().entryList(QDir::Files), QStringList{"zib4.log"_s});
+
+    const CtlRun missing = salvageTo(parent->filePath("not/there"_s), folder);
+    QCOMPARE(missing.status, 4);
+    QVERIFY(missing.errors.contains("No such file or directory"));
+
+    // One that is there and holds nothing is taken.
+    QVERIFY(QDir(parent->path()).mkdir("set"_s));
+    QCOMPARE(salvageTo(target() + "/"_s, folder).status, 0);
+    QCOMPARE(content(target()), messages(1, 3));
+}
+
+void CtlCleanSetTest::wrongUsage()
+{
+    LogFolder folder;
+    const QByteArray bytes = messages(1, 3);
+    folder.put(0, bytes);
+    const QString path = folder.dir().path();
+    const QString link = parent->filePath("link"_s);
+    QVERIFY(QFile::link(path, link));
+    QVERIFY(folder.dir().mkdir("below"_s));
+    for (const QString &into : {path, path + "/"_s, path + "/."_s, link, link + "/below"_s,
+                                path + "/below"_s, path + "/new"_s}) {
+        const CtlRun run = salvageTo(into, folder);
+        QVERIFY2(run.status == 2, qPrintable(into));
+        QVERIFY(run.errors.contains("lies in the folder that is read"));
+    }
+    QCOMPARE(folder.dir().entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+             (QStringList{"below"_s, "zib0.log"_s}));
+}
+
+void CtlCleanSetTest::interrupted()
+{
+    LogFolder folder;
+    for (int i = 0; i < 100; ++i) {
+        folder.put(i, messages(quint64(100 - i) * 10000, quint64(100 - i) * 10000 + 1000, 200));
+    }
+    int hits = 0;
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        QProcess process;
+        process.start(
+            ctlProgram(),
+            {"salvage"_s, "-C"_s, testCatalogue(), "-D"_s, folder.dir().path(), "-O"_s, target()});
+        // In the middle of the writing.
+        QElapsedTimer timer;
+        timer.start();
+        const auto isWriting = [this] {
+            const QDir set(target());
+            const QStringList folders = set.entryList({"salvage.*"_s}, QDir::Dirs);
+            return !folders.isEmpty()
+                && QDir(set.filePath(folders.first())).entryList(QDir::Files).size() > 2;
+        };
+        while (!isWriting() && process.state() != QProcess::NotRunning && timer.elapsed() < 60000) {
+            (void)process.waitForFinished(1);
+        }
+        if (process.state() != QProcess::NotRunning) {
+            (void)::kill(pid_t(process.processId()), signal);
+        }
+        QVERIFY(process.waitForFinished(60000));
+        if (process.exitStatus() == QProcess::CrashExit) {
+            ++hits;
+            QCOMPARE(process.exitCode(), signal);
+            QCOMPARE(QDir(target()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+                     QStringList());
+        }
+        QDir(target()).removeRecursively();
+    }
+    QVERIFY(hits > 0);
+}
+
+void CtlCleanSetTest::fullDisk()
+{
+    if (runShell("unshare -rm true"_s).status != 0) {
+        QSKIP("it takes a mount namespace");
+    }
+    LogFolder folder;
+    folder.put(0, messages(1, 5000));
+    const CtlRun run
+        = runShell("unshare -rm sh -c 'mount -t tmpfs -o size=200k none %1 && \"$CTL\" salvage -D "
+                   "%2 -O %1/set; "
+                   "echo $?; ls -A %1/set'"_s.arg(parent->path(), folder.dir().path()));
+    QCOMPARE(run.out, QByteArray("4\n"));
+    QVERIFY2(run.errors.contains("No space left on device; make space"), run.errors.constData());
+}
+
+QTEST_GUILESS_MAIN(CtlCleanSetTest)
+#include "tst_ctlcleanset.moc"

@@ -1,0 +1,213 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// What "verify" says of folders made by hand, and of one that is being written.
+// SEL_VERIFY_SECONDS sets for how long that one is (5).
+
+#include "binlog/binaryloginterface.h"
+#include "ctl/ctlprocess.h"
+#include "support/literals.h"
+#include "support/logfolder.h"
+#include "support/recordbytes.h"
+
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QProcess>
+#include <QTest>
+
+using RecordBytes::Fields;
+using RecordBytes::record;
+using RecordBytes::sized;
+
+namespace
+{
+
+QByteArray message(quint64 logNr)
+{
+    Fields fields;
+    fields.logNr = logNr;
+    fields.eventId = 9;
+    fields.values = sized("number " + QByteArray::number(logNr));
+    return record(fields);
+}
+
+QByteArray messages(quint64 from, quint64 to)
+{
+    QByteArray bytes;
+    for (quint64 i = from; i <= to; ++i) {
+        bytes += message(i);
+    }
+    return bytes;
+}
+
+QStringList verifyArguments(const LogFolder &folder, const QStringList &more)
+{
+    return QStringList{"verify"_s, "-D"_s, folder.dir().path(), "-C"_s, testCatalogue()} + more;
+}
+
+CtlRun verify(const LogFolder &folder, const QStringList &more = {"-o"_s, "json"_s})
+{
+    return runCtl(verifyArguments(folder, more));
+}
+
+} // namespace
+
+class CtlVerifyTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void healthy();
+    void damaged();
+    void numbers();
+    void emptyFolder();
+    void otherNames();
+    void textForPeople();
+    void readsOnly();
+    void whileTheDaemonWrites();
+};
+
+void CtlVerifyTest::healthy()
+{
+    LogFolder folder;
+    folder.put(1, messages(1, 10));
+    folder.put(0, QByteArray());
+    const CtlRun run = verify(folder);
+    QCOMPARE(run.status, 0);
+    QCOMPARE(run.errors, QByteArray());
+    const QByteArray size = QByteArray::number(messages(1, 10).size());
+    QCOMPARE(run.out,
+             "{\"file\":\"zib1.log\",\"size\":" + size
+                 + R"(,"records":10,"first":"1","last":"10",)"
+                   R"("firstTime":"2023-11-14T22:13:20.250000Z",)"
+                   R"("lastTime":"2023-11-14T22:13:20.250000Z","damaged":[],"readByDaemon":10})"
+                   "\n"
+                   R"({"file":"zib0.log","size":0,"records":0,"first":null,"last":null,)"
+                   R"("firstTime":null,"lastTime":null,"damaged":[],"readByDaemon":0})"
+                   "\n"
+                   R"({"summary":{"files":2,"records":10,"readByDaemon":10,)"
+                   R"("missing":[],"repeated":[]}})"
+                   "\n");
+}
+
+void CtlVerifyTest::damaged()
+{
+    LogFolder folder;
+    const int begin = int(messages(1, 10).size());
+    folder.put(0, messages(1, 10) + QByteArray(65, '\0') + messages(12, 15));
+    const CtlRun run = verify(folder);
+    QCOMPARE(run.status, 3);
+    const QList<QJsonObject> objects = run.objects();
+    QCOMPARE(objects.size(), 2);
+    const QJsonArray stretches = objects[0].value("damaged"_s).toArray();
+    QCOMPARE(stretches.size(), 1);
+    const QJsonObject stretch = stretches[0].toObject();
+    QCOMPARE(stretch.value("from"_s).toInt(), begin);
+    QCOMPARE(stretch.value("to"_s).toInt(), begin + 65);
+    QCOMPARE(stretch.value("reason"_s).toString(), "zeros"_s);
+    QCOMPARE(stretch.value("wholeBefore"_s).toInt(), 10);
+    QCOMPARE(stretch.value("wholeBehind"_s).toInt(), 4);
+    const QJsonObject summary = objects[1].value("summary"_s).toObject();
+    QCOMPARE(summary.value("records"_s).toInt(), 14);
+    QCOMPARE(summary.value("readByDaemon"_s).toInt(), 4);
+    QCOMPARE(summary.value("missing"_s).toArray(), (QJsonArray{QJsonArray{"11"_s, "11"_s}}));
+}
+
+void CtlVerifyTest::numbers()
+{
+    LogFolder folder;
+    folder.put(1, messages(1, 3) + messages(6, 9));
+    folder.put(0, messages(8, 9) + messages(20, 21));
+    const CtlRun run = verify(folder);
+    QCOMPARE(run.status, 0);
+    const QJsonObject summary = run.objects().last().value("summary"_s).toObject();
+    QCOMPARE(summary.value("missing"_s).toArray(),
+             (QJsonArray{QJsonArray{"4"_s, "5"_s}, QJsonArray{"10"_s, "19"_s}}));
+    QCOMPARE(summary.value("repeated"_s).toArray(), (QJsonArray{"8"_s, "9"_s}));
+}
+
+void CtlVerifyTest::emptyFolder()
+{
+    const LogFolder folder;
+    const CtlRun run = verify(folder);
+    QCOMPARE(run.status, 0);
+    QCOMPARE(run.objects().size(), 1);
+    QCOMPARE(runCtl({"verify"_s, "-D"_s, "/nowhere"_s}).status, 4);
+}
+
+void CtlVerifyTest::otherNames()
+{
+    LogFolder folder;
+    folder.put(0, messages(1, 2));
+    folder.put("zib0x.log"_s, messages(1, 2));
+    const CtlRun run = verify(folder, {});
+    QCOMPARE(run.status, 0);
+    QVERIFY(run.out.contains("not looked at, though the daemon reads it: zib0x.log"));
+}
+
+void CtlVerifyTest::textForPeople()
+{
+    LogFolder folder;
+    folder.put(1, messages((1ULL << 52), (1ULL << 52) + 4));
+    folder.put(0, messages((1ULL << 52) + 8, (1ULL << 52) + 12) + message(7).left(35));
+    const CtlRun run = verify(folder, {});
+    QCOMPARE(run.status, 3);
+    QVERIFY(run.out.contains("zib1.log: "));
+    QVERIFY2(run.out.contains("10 records; the daemon shows 5 of them"), run.out.constData());
+    QVERIFY(run.out.contains("missing numbers: 4503599627370501 to 4503599627370503"));
+    QVERIFY(run.out.contains("5 whole records before it, 0 behind it"));
+    QVERIFY(run.out.contains("systemeventctl repair --dry-run -D "));
+    const QList<QByteArray> lines = run.out.split('\n');
+    for (const QByteArray &line : lines) {
+        QVERIFY2(line.size() < 80 || line.contains(" -D "), line.constData());
+    }
+
+    // Quiet: what is wrong alone.
+    const CtlRun quiet = verify(folder, {"-q"_s});
+    QVERIFY(!quiet.out.contains("zib1.log: "));
+    QVERIFY(quiet.out.contains("zib0.log: "));
+    folder.put(0, QByteArray());
+    QCOMPARE(verify(folder, {"-q"_s}).out, QByteArray());
+}
+
+void CtlVerifyTest::readsOnly()
+{
+    LogFolder folder;
+    folder.put(0, messages(1, 5).chopped(4));
+    folder.setAge("zib0.log"_s, 100);
+    const QDateTime before = QFileInfo(folder.path("zib0.log"_s)).lastModified();
+    (void)verify(folder);
+    QCOMPARE(QFileInfo(folder.path("zib0.log"_s)).lastModified(), before);
+    QCOMPARE(folder.dir().entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+             QStringList{"zib0.log"_s});
+}
+
+void CtlVerifyTest::whileTheDaemonWrites()
+{
+    bool isNumber = false;
+    const int given = qEnvironmentVariableIntValue("SEL_VERIFY_SECONDS", &isNumber);
+    const qint64 end = 1000 * (isNumber ? given : 5);
+    LogFolder folder;
+    BinaryLogInterface log(2560, 30, 10, 20000, folder.dir());
+    QElapsedTimer timer;
+    timer.start();
+    int runs = 0;
+    int events = 0;
+    while (timer.elapsed() < end || runs == 0) {
+        QProcess process;
+        process.start(ctlProgram(), verifyArguments(folder, {"-o"_s, "json"_s}));
+        while (!process.waitForFinished(0) && process.state() != QProcess::NotRunning) {
+            log.logEvent(9, {"/power/supply"_s, "event %1"_s.arg(++events)});
+        }
+        CtlRun run;
+        run.out = process.readAllStandardOutput();
+        QVERIFY2(process.exitCode() == 0, run.out.constData());
+        const QJsonObject summary = run.objects().last().value("summary"_s).toObject();
+        QVERIFY2(summary.value("repeated"_s).toArray().isEmpty(), run.out.constData());
+        QCOMPARE(summary.value("readByDaemon"_s), summary.value("records"_s));
+        ++runs;
+    }
+    qInfo("%d runs while %d events were written", runs, events);
+}
+
+QTEST_GUILESS_MAIN(CtlVerifyTest)
+#include "tst_ctlverify.moc"
