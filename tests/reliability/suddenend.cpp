@@ -6,8 +6,10 @@
 #include "support/testbus.h"
 
 #include <QDBusConnection>
+#include <QDateTime>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QProcess>
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -69,6 +71,65 @@ bool isWrittenOrZero(const QByteArray &log, const QByteArray &written, Size from
     }
     return std::equal(log.cbegin() + from, log.cend(), written.cbegin() + from,
                       [](char stored, char wanted) { return stored == wanted || stored == 0; });
+}
+
+//! The size of a record, read from its start; one of an event that is sent here.
+Size recordSize(const QByteArray &bytes, Size begin)
+{
+    constexpr Size pathAt = 28;
+    if (begin + pathAt + 2 > bytes.size()) {
+        return bytes.size();
+    }
+    const auto sizedAt = [&bytes](Size at) {
+        return at + 2 > bytes.size() ? bytes.size()
+                                     : 2 + Size(qFromLittleEndian<quint16>(bytes.constData() + at));
+    };
+    const auto eventId = qFromLittleEndian<qint32>(bytes.constData() + begin + 24);
+    const Size values = begin + pathAt + sizedAt(begin + pathAt);
+    return values + (eventId == messageId ? sizedAt(values) : 0) + 3 - begin;
+}
+
+//! The end of the last whole record that begins in front of a position.
+Size lastBoundary(const QByteArray &written, Size begin, Size end)
+{
+    while (begin < end) {
+        const Size next = begin + recordSize(written, begin);
+        if (next > end) {
+            break;
+        }
+        begin = next;
+    }
+    return begin;
+}
+
+//! What a cut leaves: less than a record.
+QByteArray strangeBytes(Dice &dice, const QByteArray &log)
+{
+    switch (dice.below(3)) {
+    case 0:
+        return log.left(1 + dice.below(int(std::min<Size>(recordSize(log, 0), 2000)) - 1));
+    case 1:
+        return QByteArray(1 + dice.below(5000), '\0');
+    default:
+        QByteArray bytes;
+        for (int left = 1 + dice.below(300); left > 0; --left) {
+            bytes += char(dice.below(256));
+        }
+        return bytes;
+    }
+}
+
+//! As bad storage does it: the file's time stays.
+bool insertInto(int index, Size at, const QByteArray &bytes)
+{
+    QFile file(Device::logPath(index));
+    if (!file.open(QIODevice::ReadWrite)) {
+        return false;
+    }
+    const QDateTime time = file.fileTime(QFileDevice::FileModificationTime);
+    const QByteArray rest = file.readAll().mid(at);
+    return file.seek(at) && file.write(bytes + rest) == bytes.size() + rest.size() && file.flush()
+        && file.setFileTime(time, QFileDevice::FileModificationTime) && fsync(file.handle()) == 0;
 }
 
 QString firstGap(const QList<quint64> &numbers)
@@ -136,7 +197,8 @@ StoredLog StoredLog::read()
     return log;
 }
 
-SuddenEnd::SuddenEnd(quint32 seed)
+SuddenEnd::SuddenEnd(quint32 seed, Start manner)
+    : startManner(manner)
 {
     if (!witness.open()) {
         qFatal("no file for the witness");
@@ -150,6 +212,8 @@ SuddenEnd::SuddenEnd(quint32 seed)
 void SuddenEnd::startAnew()
 {
     before.clear();
+    whole.clear();
+    strange.clear();
     stored = {};
     lives = 0;
 }
@@ -263,12 +327,128 @@ QString SuddenEnd::compare(const StoredLog &log, quint64 durable)
             log.bytes.size());
     }
     constexpr int enough = 8 * 1024 * 1024; // more than a full set of files
-    before = written.left(end).right(enough);
+    const Size kept
+        = startManner == Start::Repaired ? lastBoundary(written, Size(begin), end) : end;
+    whole = written.mid(Size(begin), kept - Size(begin));
+    before = written.left(kept).right(enough);
+    foreseeRepair();
     totals.bytesDurable += durable;
     totals.endsWithLoss += end < returned ? 1 : 0;
     totals.tailsWithZeros += same < log.bytes.size() ? 1 : 0;
     totals.endsInsideWrite += written.size() > returned ? 1 : 0;
     return firstGap(log.numbers);
+}
+
+void SuddenEnd::foreseeRepair()
+{
+    mended.clear();
+    Size older = 0;
+    for (int index = 1; index <= logtail; ++index) {
+        mended.append(Device::logFile(index));
+        older += mended.last().size();
+    }
+    mended.prepend(whole.mid(older));
+}
+
+bool SuddenEnd::damage(Dice &dice)
+{
+    if (whole.isEmpty()) {
+        return true;
+    }
+    strange = strangeBytes(dice, whole);
+    QList<int> files;
+    for (int index = 0; index <= logtail; ++index) {
+        if (!Device::logFile(index).isEmpty()) {
+            files.append(index);
+        }
+    }
+    const int index = dice.chance(50) ? files.first() : files.at(dice.below(int(files.size())));
+    const QByteArray file = Device::logFile(index);
+    const bool atEnd = index == 0 && dice.chance(60);
+    const Size at = atEnd ? file.size() : lastBoundary(file, 0, Size(dice.below(int(file.size()))));
+    return insertInto(index, at, strange);
+}
+
+std::unique_ptr<QProcess> SuddenEnd::startRepair() const
+{
+    auto process = std::make_unique<QProcess>();
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.remove(QString::fromLatin1(witnessVariable)); // what it writes is no event's
+    process->setProcessEnvironment(environment);
+    process->start(QString::fromLocal8Bit(qgetenv("SEL_CTL")),
+                   {"repair"_s, "--quiet"_s, "-D"_s, "/srv/public/log"_s});
+    if (!process->waitForStarted()) {
+        qFatal("the tool cannot be started (is SEL_CTL set?)");
+    }
+    return process;
+}
+
+QString SuddenEnd::endInRepair(Dice &dice, const std::function<void(qint64 process)> &end)
+{
+    unmended.clear();
+    for (int index = 0; index <= logtail; ++index) {
+        unmended.append(Device::logFile(index));
+    }
+    constexpr int stepTime = 3000; // microseconds
+    disk->fsyncDelay = stepTime;
+    const std::uint64_t steps = disk->fsyncs + disk->writes;
+    const std::unique_ptr<QProcess> process = startRepair();
+    while (disk->fsyncs + disk->writes == steps && !process->waitForFinished(0)
+           && process->state() != QProcess::NotRunning) {
+        usleep(50);
+    }
+    usleep(useconds_t(dice.below(4 * stepTime)));
+    end(process->processId());
+    disk->fsyncDelay = 0;
+    if (process->state() != QProcess::NotRunning && !process->waitForFinished(hangLimit)) {
+        return "the repair does not end; "_s;
+    }
+    const bool hasCome = process->exitStatus() == QProcess::NormalExit && process->exitCode() == 0;
+    totals.repairsEnded += hasCome ? 0 : 1;
+    return {};
+}
+
+QString SuddenEnd::checkEndedRepair() const
+{
+    for (int index = 0; index <= logtail; ++index) {
+        const QByteArray now = Device::logFile(index);
+        if (now != mended.at(index) && now != unmended.at(index)) {
+            return "file %1 is neither as it was nor mended; "_s.arg(index);
+        }
+    }
+    return {};
+}
+
+QString SuddenEnd::repair()
+{
+    const bool isNeeded = needsRepair();
+    if (whole.isEmpty() && !QDir("/srv/public/log"_s).exists()) {
+        return {}; // not even the folder had reached the disk
+    }
+    const std::unique_ptr<QProcess> process = startRepair();
+    if (!process->waitForFinished(hangLimit) || process->exitCode() != 0) {
+        return "the repair fails: "_s + QString::fromUtf8(process->readAllStandardError())
+            + QString::fromUtf8(process->readAllStandardOutput());
+    }
+    stored = StoredLog::read();
+    if (stored.bytes != whole || hasTornTail()) {
+        return "the repair leaves %1 bytes, %2 are those of whole records; "_s
+            .arg(stored.bytes.size())
+            .arg(whole.size());
+    }
+    QByteArray keptBytes;
+    const QDir kept("/srv/public/log/damaged"_s);
+    const QStringList names = kept.entryList(QDir::Files);
+    for (const QString &name : names) {
+        QFile file(kept.filePath(name));
+        keptBytes += file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        (void)file.remove(); // somebody has looked at it
+    }
+    const bool isKept = keptBytes.contains(std::exchange(strange, {}));
+    totals.repairs += isNeeded ? 1 : 0;
+    disk->bytesWritten = 0; // by the repair
+    disk->bytesSynced = 0;
+    return isKept ? firstGap(stored.numbers) : "what was taken out is not kept; "_s;
 }
 
 QString SuddenEnd::checkReading()

@@ -11,6 +11,9 @@
 #include <QTemporaryFile>
 
 #include <functional>
+#include <memory>
+
+class QProcess;
 
 //! What the files of the log hold, from the oldest to the current one.
 struct StoredLog {
@@ -33,7 +36,13 @@ struct StoredLog {
 class SuddenEnd
 {
 public:
-    explicit SuddenEnd(quint32 seed);
+    //! What happens before the daemon is started again.
+    enum class Start {
+        Alone,    //!< nothing
+        Repaired, //!< the log is repaired
+    };
+
+    explicit SuddenEnd(quint32 seed, Start manner = Start::Alone);
 
     Device device; //!< keeps logtail + 1 files, and stores every event
 
@@ -70,6 +79,27 @@ public:
     //! Whether the numbers of further events follow those of the records there are.
     [[nodiscard]] QString checkNumbering();
 
+    // Before a repaired start, behind checkFiles():
+    /*!
+     * Damages the log in a way that touches no record: half a record, zeros or random bytes
+     * behind the current file's end, or between two records of some file.
+     */
+    [[nodiscard]] bool damage(Dice &dice);
+    /*!
+     * Starts a repair and, in the middle of its steps, calls \a end with its process, which
+     * must end it. Only where a repair has something to do.
+     */
+    [[nodiscard]] QString endInRepair(Dice &dice, const std::function<void(qint64 process)> &end);
+    //! Whether the log is as it was before a repair that was ended, or as one leaves it.
+    [[nodiscard]] QString checkEndedRepair() const;
+    /*!
+     * Repairs the log: what is left is every whole record and nothing else, and what was
+     * taken out is kept.
+     */
+    [[nodiscard]] QString repair();
+    //! Whether there is something to repair.
+    [[nodiscard]] bool needsRepair() const { return hasTornTail() || !strange.isEmpty(); }
+
     struct Counts {
         quint64 ends = 0;
         quint64 events = 0;          //!< sent
@@ -79,6 +109,8 @@ public:
         quint64 endsInsideWrite = 0; //!< where the last write had begun and not returned
         quint64 tornTails = 0;
         quint64 tailsWithZeros = 0; //!< instead of bytes that were not yet stored
+        quint64 repairs = 0;        //!< that had something to do
+        quint64 repairsEnded = 0;   //!< in the middle, by a signal or a failing disk
     };
     [[nodiscard]] const Counts &counts() const { return totals; }
 
@@ -92,11 +124,18 @@ private:
     [[nodiscard]] QString seeRotation();
     [[nodiscard]] QString readBack(const QList<quint64> &numbers);
     [[nodiscard]] QString checkOrder(const QList<quint64> &texts) const;
+    void foreseeRepair();
+    [[nodiscard]] std::unique_ptr<QProcess> startRepair() const;
 
+    Start startManner;
     FaultyDisk disk;
     QTemporaryFile witness;
-    QByteArray before; //!< what earlier lives have written and storage has kept; its end
-    StoredLog stored;  //!< what it held when the life had ended
+    QByteArray before;          //!< what earlier lives have written and storage has kept; its end
+    StoredLog stored;           //!< what it held when the life had ended
+    QByteArray whole;           //!< of that, the whole records
+    QByteArray strange;         //!< what damage() has put in between
+    QList<QByteArray> mended;   //!< what a repair is to leave, file by file
+    QList<QByteArray> unmended; //!< what was there before the last one
     quint64 sent = 0;
     int lives = 0; //!< whose events the log may hold
     Counts totals;

@@ -9,6 +9,9 @@
 // in place of the first one. Every few cuts begin with a new file system, with blocks of
 // 4,096 or of 1,024 bytes.
 //
+// With the repair before each start that holds of every cut, also where the log has been
+// damaged besides, and the power was cut in the middle of the repair first.
+//
 // Needs root, mkfs.ext4, e2fsck and a loop device. SEL_POWER_CUTS sets how many cuts (20),
 // SEL_SEED the random moments.
 
@@ -161,9 +164,13 @@ class PowerCutTest : public QObject
 
 private Q_SLOTS:
     void nothingSyncedIsLost();
+    void repairedBeforeEachStart();
 
 private:
     [[nodiscard]] QString cut(Dice &dice);
+    [[nodiscard]] QString cutInRepair(Dice &dice);
+    [[nodiscard]] QString cutAndRepair(Dice &dice);
+    [[nodiscard]] QString cutOff(Dice &dice);
     [[nodiscard]] QString endFileSystem();
     [[nodiscard]] QString newFileSystem(Dice &dice);
     [[nodiscard]] QString shutDown(Dice &dice, ShutdownManner manner);
@@ -235,7 +242,8 @@ QString PowerCutTest::copyAway(Dice &dice)
     return done && disk->unmount() && disk->useCopy() ? flaw : "no copy was made; "_s + flaw;
 }
 
-QString PowerCutTest::cut(Dice &dice)
+//! Until the disk is mounted again and its files have been compared.
+QString PowerCutTest::cutOff(Dice &dice)
 {
     const int manner = dice.below(3);
     QString flaw
@@ -247,10 +255,56 @@ QString PowerCutTest::cut(Dice &dice)
         return flaw + "and mounting ended the test"_s;
     }
     flaw = daemon->checkFiles(synced);
-    flaw += daemon->checkReading();
     int &torn = manner == 0 ? tornByCopy : manner == 1 ? tornByJournal : tornByDropping;
     torn += daemon->hasTornTail() ? 1 : 0;
     return flaw;
+}
+
+QString PowerCutTest::cut(Dice &dice)
+{
+    const QString flaw = cutOff(dice);
+    return flaw + daemon->checkReading();
+}
+
+QString PowerCutTest::cutInRepair(Dice &dice)
+{
+    const int manner = dice.below(3);
+    bool done = false;
+    QString flaw = daemon->endInRepair(dice, [&](qint64 process) {
+        const auto signal = [process](int number) {
+            if (process > 0) {
+                (void)::kill(pid_t(process), number);
+            }
+        };
+        if (manner == 0) {
+            signal(SIGSTOP);
+            done = disk->copy();
+        } else {
+            done = disk->shutDown(manner == 1 ? WritesJournal : DropsJournal);
+        }
+        signal(SIGKILL);
+    });
+    if (!done || !disk->unmount() || (manner == 0 && !disk->useCopy())) {
+        return "the file system was not cut off; "_s + flaw;
+    }
+    if (!disk->check() || !disk->mount()) {
+        return "the file system is not sound; "_s + flaw;
+    }
+    return flaw + daemon->checkEndedRepair();
+}
+
+QString PowerCutTest::cutAndRepair(Dice &dice)
+{
+    QString flaw = cutOff(dice);
+    if (flaw.isEmpty() && dice.chance(70) && !daemon->damage(dice)) {
+        return "the log cannot be damaged"_s;
+    }
+    for (int repeats = 1 + dice.below(2); repeats > 0 && flaw.isEmpty() && daemon->needsRepair();
+         --repeats) {
+        flaw = cutInRepair(dice);
+    }
+    flaw += daemon->repair();
+    return flaw + daemon->checkReading();
 }
 
 void PowerCutTest::nothingSyncedIsLost()
@@ -282,6 +336,33 @@ void PowerCutTest::nothingSyncedIsLost()
           counts.tornTails, counts.tailsWithZeros, tornByJournal, tornByDropping, tornByCopy);
     QCOMPARE(counts.ends, quint64(cuts));
     QVERIFY(counts.bytesDurable > 0);
+}
+
+void PowerCutTest::repairedBeforeEachStart()
+{
+    const quint32 seed = numberFromEnvironment("SEL_SEED", QRandomGenerator::global()->generate());
+    const quint32 cuts = numberFromEnvironment("SEL_POWER_CUTS", 20);
+    fileSystems = 0;
+    disk.reset();
+    daemon.reset();
+    daemon = std::make_unique<SuddenEnd>(seed, SuddenEnd::Start::Repaired);
+    disk = std::make_unique<CutDisk>();
+    for (quint32 round = 0; round < cuts; ++round) {
+        Dice dice(seed, round);
+        QString flaw = round % cutsPerFileSystem == 0 ? newFileSystem(dice) : QString();
+        QVERIFY2(flaw.isEmpty(), qPrintable("cut %1: %2"_s.arg(round).arg(flaw)));
+        flaw = cutAndRepair(dice);
+        QVERIFY2(flaw.isEmpty(), qPrintable("cut %1: %2"_s.arg(round).arg(flaw)));
+    }
+    const QString flaw = endFileSystem();
+    QVERIFY2(flaw.isEmpty(), qPrintable(flaw));
+
+    const SuddenEnd::Counts &counts = daemon->counts();
+    qInfo("%llu cuts, all read back whole: %llu repairs had something to do, and %llu besides "
+          "were cut off in the middle; %llu records read back",
+          counts.ends, counts.repairs, counts.repairsEnded, counts.recordsChecked);
+    QCOMPARE(counts.ends, quint64(cuts));
+    QVERIFY(counts.repairs > 0 && counts.repairsEnded > 0);
 }
 
 int main(int argc, char **argv)
