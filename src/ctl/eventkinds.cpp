@@ -100,5 +100,5 @@ void EventKinds::appendMessage(std::string &out, const EventKind &kind, const Ar
     RecordSource source(record.bytes, place.offset, file);
     source.seek(LogFormat::valuesOffset);
     (void)LogFormat::readValue(source, ArgumentType::String); // the path
-    kind.message.append(out, source, values);
+    kind.message.append(out, source, values, workLeft);
 }

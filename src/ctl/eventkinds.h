@@ -36,4 +36,5 @@ private:
     QString lang;
     std::unordered_map<qint32, EventKind> kinds; //!< those of the catalogue met so far
     ValueTexts values;                           //!< of the record at hand
+    qint64 workLeft = StoredMessage::answerWork; //!< for all messages to come
 };
