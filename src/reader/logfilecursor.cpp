@@ -132,10 +132,12 @@ void LogFileCursor::refill(qint64 size)
 {
     const qint64 wanted = std::max(size, usualRead);
     const qint64 position = current->position;
-    // A walk towards the start of the file asks for positions ever lower. The window then ends
-    // with the bytes asked for, so that the next ones are in it already.
+    // A walk towards the start of the file asks for positions ever lower, each time for a
+    // length and for the number that may lie a little behind it. The window then ends a little
+    // behind the bytes asked for, so that all of these are in it already.
+    constexpr qint64 behind = 64;
     const bool backwards = windowSize > 0 && position < windowBegin;
-    const qint64 end = position + (backwards ? size : wanted);
+    const qint64 end = position + (backwards ? std::max(size, behind) : wanted);
     windowBegin = std::max<qint64>(0, end - wanted);
     while (!fill(end) && gapEnd <= position) {
         // What lies before the gap is not what is asked for.

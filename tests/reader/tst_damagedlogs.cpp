@@ -77,6 +77,7 @@ private Q_SLOTS:
     void pageThatCannotBeRead_data();
     void pageThatCannotBeRead();
     void fileThatCannotBeRead();
+    void zerosAreReadOnce();
 
 private:
     /*!
@@ -326,6 +327,19 @@ void DamagedLogsTest::fileThatCannotBeRead()
     const quint64 attempts = faults.failures - before;
     QVERIFY2(attempts > 0 && attempts <= size / 512, qPrintable(QString::number(attempts)));
     qInfo("%llu attempts at reading %d bytes", attempts, size);
+}
+
+//! The values of one event can make megabytes of them.
+void DamagedLogsTest::zerosAreReadOnce()
+{
+    constexpr int size = 1048576;
+    const LogFolder logs;
+    logs.put(0, QByteArray(size, '\0'));
+    SystemeventLogfileReader reader(logs.dir(), &catalogue);
+    const quint64 before = faults.reads;
+    QCOMPARE(reader.getMaxLogNr(), quint64(0));
+    const quint64 reads = faults.reads - before;
+    QVERIFY2(reads > 0 && reads <= 2 * size / 65536, qPrintable(QString::number(reads)));
 }
 
 QTEST_GUILESS_MAIN(DamagedLogsTest)

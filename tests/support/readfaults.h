@@ -21,6 +21,7 @@ public:
     //! Whether a signal interrupts every other read of a spoilt file.
     std::atomic<bool> interrupted{false};
     std::atomic<std::uint64_t> failures{0}; //!< reads that came back with EIO
+    std::atomic<std::uint64_t> reads{0};    //!< all of them, of any file
 
     /*!
      * What becomes of reading \a size bytes at \a position, or at the handle's own one
