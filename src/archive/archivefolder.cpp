@@ -163,17 +163,18 @@ bool Folder::visit(const ListedFile &file, Visitor &visitor) const
     FileResult result;
     result.file = file.index;
     const Descriptor folder = openFolder(folderPath);
-    FileBytes bytes;
-    if (folder.isOpen()) {
-        bytes = openListed(folder.get(), file, result.error);
+    std::shared_ptr<const FileBytes> opened;
+    if (folder.isOpen() || file.bytes) {
+        opened = openListed(folder.get(), file, result.error);
     } else {
         result.error = errno;
     }
-    if (!bytes.isOpen()) {
+    if (!opened) {
         result.isGone = result.error == 0;
         visitor.endFile(result);
         return result.isGone;
     }
+    const FileBytes &bytes = *opened;
     const bool maySettle = file.index == 0 && others == Writers::Possible;
     result.size = maySettle ? settledSize(bytes) : qint64(bytes.status().st_size);
     visitor.beginFile(file.index, result.size);

@@ -59,11 +59,12 @@ public:
  * unexplained (ChainSearch has the rules and the bounds).
  *
  * Memory: 16 MiB at most and what the longest record takes, whatever the size of folder
- * and files; 16 bytes and a name a file.
+ * and files; 40 bytes a file.
  *
  * A daemon may be writing and rotating meanwhile: what is shown is the folder as it was
- * when open() was called, but that the file then current may have grown, and files may
- * have gone. Nothing is locked, nothing is written.
+ * when open() was called, but that the file then current may have grown. The oldest
+ * Listing::mostOpen files are held open until the folder object goes, the others may be
+ * gone by the time that they are shown. Nothing is locked, nothing is written.
  *
  * Files are those with the names that the writer gives. The daemon's reader takes other
  * names that begin with "zib" and a digit, too; otherNames() has them.

@@ -485,6 +485,9 @@ public:
             }
             if (end > i) {
                 addRun(i, end, (i == 0 && !isInGap) || end == pieces.size());
+                if (i > 0 || isInGap) {
+                    doubtFirst(i, end);
+                }
             }
             i = std::max(end, i + 1);
         }
@@ -547,6 +550,28 @@ private:
                 pieces[i].state = State::Likely;
             }
         }
+    }
+
+    /*!
+     * Where a run begins nothing but its head says: what stands in front of the end of a
+     * record may happen to look like one, but hardly with the number in front of the next.
+     */
+    void doubtFirst(size_t begin, size_t end)
+    {
+        const size_t first = nextNumbered(begin, end);
+        const size_t second = nextNumbered(first + 1, end);
+        if (second < end && pieces[second].logNr != pieces[first].logNr + 1
+            && pieces[first].state == State::Whole) {
+            pieces[first].state = State::Likely;
+        }
+    }
+
+    [[nodiscard]] size_t nextNumbered(size_t index, size_t end) const
+    {
+        while (index < end && !isNumbered(pieces[index])) {
+            ++index;
+        }
+        return index;
     }
 
     std::vector<Piece> &pieces;

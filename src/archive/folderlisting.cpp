@@ -66,7 +66,7 @@ std::optional<Listing> listOnce(int folder)
         }
         const int index = LogFormat::fileIndex(name);
         if (index >= 0) {
-            listing.files.push_back({index, identityOf(status)});
+            listing.files.push_back({index, identityOf(status), nullptr});
         } else {
             listing.otherNames.append(name);
         }
@@ -88,48 +88,62 @@ bool areSame(const std::vector<ListedFile> &left, const std::vector<ListedFile> 
                       });
 }
 
-FileBytes openIndex(int folder, int index)
+std::shared_ptr<const FileBytes> openIndex(int folder, int index)
 {
-    return FileBytes(folder, QFile::encodeName(LogFormat::fileName(index)));
+    auto bytes
+        = std::make_shared<const FileBytes>(folder, QFile::encodeName(LogFormat::fileName(index)));
+    return bytes->isOpen() ? bytes : nullptr;
 }
 
-bool isListed(const FileBytes &bytes, const ListedFile &file)
+//! Those that cannot be opened are no longer what was listed, or whoever reads them is told.
+void openOldest(int folder, Listing &listing)
 {
-    return bytes.isOpen() && identityOf(bytes.status()) == file.identity;
+    const size_t count = std::min(listing.files.size(), Listing::mostOpen);
+    for (size_t i = 0; i < count; ++i) {
+        ListedFile &file = listing.files[i];
+        file.bytes = openIndex(folder, file.index);
+        if (file.bytes && !(identityOf(file.bytes->status()) == file.identity)) {
+            file.bytes.reset();
+        }
+    }
 }
 
 } // namespace
 
 std::optional<Listing> listFolder(int folder)
 {
-    std::optional<Listing> before;
-    std::optional<Listing> now = listOnce(folder);
-    for (int tries = 1; now && tries < mostTries; ++tries) {
-        before = std::move(now);
-        now = listOnce(folder);
-        if (now && areSame(before->files, now->files)) {
+    std::optional<Listing> found = listOnce(folder);
+    for (int tries = 1; found && tries < mostTries; ++tries) {
+        openOldest(folder, *found);
+        std::optional<Listing> now = listOnce(folder);
+        if (now && areSame(found->files, now->files)) {
             break;
         }
+        found = std::move(now);
     }
-    return now;
+    return found;
 }
 
-FileBytes openListed(int folder, const ListedFile &file, int &error)
+std::shared_ptr<const FileBytes> openListed(int folder, const ListedFile &file, int &error)
 {
     error = 0;
+    if (file.bytes) {
+        return file.bytes;
+    }
+    int index = file.index;
     for (int tries = 0; tries < mostTries; ++tries) {
-        FileBytes asListed = openIndex(folder, file.index);
-        error = asListed.isOpen() ? 0 : errno;
-        if (isListed(asListed, file)) {
-            return asListed;
+        std::shared_ptr<const FileBytes> bytes = openIndex(folder, index);
+        error = bytes ? 0 : errno;
+        if (bytes && identityOf(bytes->status()) == file.identity) {
+            return bytes;
         }
         if (error != 0 && error != ENOENT) {
-            return {};
+            return nullptr;
         }
-        const std::optional<Listing> now = listFolder(folder);
+        const std::optional<Listing> now = listOnce(folder);
         if (!now) {
             error = errno;
-            return {};
+            return nullptr;
         }
         const auto moved
             = std::find_if(now->files.begin(), now->files.end(), [&file](const ListedFile &each) {
@@ -138,14 +152,11 @@ FileBytes openListed(int folder, const ListedFile &file, int &error)
         // Rotation only counts up: under a lower index it is a new file that got the inode.
         if (moved == now->files.end() || moved->index < file.index) {
             error = 0;
-            return {};
+            return nullptr;
         }
-        FileBytes renamed = openIndex(folder, moved->index);
-        if (isListed(renamed, file)) {
-            return renamed;
-        }
+        index = moved->index;
     }
-    return {};
+    return nullptr;
 }
 
 } // namespace Archive

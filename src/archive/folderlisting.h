@@ -5,6 +5,7 @@
 
 #include <QStringList>
 
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -15,9 +16,13 @@ namespace Archive
 struct ListedFile {
     int index = 0;
     FileIdentity identity;
+    std::shared_ptr<const FileBytes> bytes; //!< null of one that is not held open
 };
 
 struct Listing {
+    //! So many are held open at most: the oldest, as those are deleted first.
+    static constexpr size_t mostOpen = 256;
+
     std::vector<ListedFile> files; //!< the highest index first
     QStringList otherNames;        //!< that the daemon's reader takes for log files, too
 };
@@ -30,9 +35,9 @@ struct Listing {
 std::optional<Listing> listFolder(int folder);
 
 /*!
- * Opens a listed file, which may have been renamed since. Without success isOpen() is
- * false: \a error is 0 where it is gone, else errno.
+ * The bytes of a listed file, which may have been renamed since. Null where they cannot
+ * be had: \a error is 0 where the file is gone, else errno.
  */
-FileBytes openListed(int folder, const ListedFile &file, int &error);
+std::shared_ptr<const FileBytes> openListed(int folder, const ListedFile &file, int &error);
 
 } // namespace Archive

@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// A folder is looked through while it is written, rotated and cleared: no false alarm.
+// SEL_LIVE_SECONDS is how long, 5 unless told otherwise.
+
+#include "archive/folderreport.h"
+#include "binlog/binaryloginterface.h"
+#include "support/literals.h"
+#include "support/logfolder.h"
+
+#include <QElapsedTimer>
+#include <QTest>
+#include <QThread>
+
+#include <atomic>
+#include <memory>
+
+namespace
+{
+
+constexpr uint bundleLimit = 12000; // several pages: a write in progress can be seen
+constexpr uint fileLimit = 60000;
+constexpr int highestIndex = 5;
+
+void silence(QtMsgType /*type*/, const QMessageLogContext & /*context*/,
+             const QString & /*message*/)
+{
+}
+
+} // namespace
+
+class LiveFolderTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { qInstallMessageHandler(silence); }
+    void cleanupTestCase() { qInstallMessageHandler(nullptr); }
+    void neverAFalseAlarm_data();
+    void neverAFalseAlarm();
+
+private:
+    const int seconds = qEnvironmentVariableIsSet("SEL_LIVE_SECONDS")
+        ? qEnvironmentVariableIntValue("SEL_LIVE_SECONDS")
+        : 5;
+};
+
+void LiveFolderTest::neverAFalseAlarm_data()
+{
+    QTest::addColumn<bool>("clears");
+    QTest::newRow("written and rotated") << false;
+    QTest::newRow("cleared at times, too") << true;
+}
+
+void LiveFolderTest::neverAFalseAlarm()
+{
+    QFETCH(bool, clears);
+    const LogFolder folder;
+    std::atomic_bool isEnding = false;
+    std::atomic_int rotations = 0;
+    const std::unique_ptr<QThread> writer(QThread::create([&] {
+        BinaryLogInterface log(bundleLimit, 3600, highestIndex, fileLimit, folder.dir());
+        QObject::connect(&log, &BinaryLogInterface::logsRotated, &log, [&] { ++rotations; });
+        for (int i = 0; !isEnding; ++i) {
+            log.logEvent(1001, {"/power/supply"_s, i, QString(i % 300, QLatin1Char('x'))});
+            if (clears && i % 20000 == 19999) {
+                log.clearLogfiles();
+            }
+        }
+    }));
+    writer->start();
+    QElapsedTimer timer;
+    timer.start();
+    int looks = 0;
+    quint64 records = 0;
+    QString alarm;
+    while (timer.elapsed() < seconds * 1000 && alarm.isEmpty()) {
+        Archive::Folder archive(folder.dir().path());
+        if (!archive.open()) {
+            alarm = "the folder cannot be opened"_s;
+            break;
+        }
+        const Archive::FolderReport report
+            = Archive::reportOn(archive, [&alarm](const Archive::FileReport &file) {
+                  for (const Archive::Stretch &stretch : file.damaged) {
+                      alarm = "zib%1.log, %2 to %3 of %4: "_s.arg(file.file)
+                                  .arg(stretch.from)
+                                  .arg(stretch.to)
+                                  .arg(file.size)
+                          + Archive::faultText(stretch.reason);
+                  }
+              });
+        if (report.error != 0) {
+            alarm = "a file cannot be read: "_s + qt_error_string(report.error);
+        } else if (!report.numbers.repeated().empty()) {
+            alarm = "repeated numbers"_s;
+        } else if (!report.numbers.missing().empty() && !clears) {
+            alarm = "missing numbers"_s;
+        } else if (report.readByDaemon != report.records) {
+            alarm = "the daemon does not find all records"_s;
+        }
+        ++looks;
+        records += report.records;
+    }
+    isEnding = true;
+    QVERIFY(writer->wait());
+    QCOMPARE(alarm, QString());
+    qInfo("%d looks at %llu records, %d rotations", looks, records, int(rotations));
+    QVERIFY(looks > 10 && rotations > 10);
+}
+
+QTEST_GUILESS_MAIN(LiveFolderTest)
+#include "tst_livefolder.moc"
