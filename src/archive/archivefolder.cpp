@@ -13,6 +13,8 @@
 #include <optional>
 #include <utility>
 
+#include <ctime>
+
 namespace Archive
 {
 namespace
@@ -103,16 +105,27 @@ bool endsWithRecord(const FileBytes &file, qint64 size)
     return file.read(begin, size, tail) && lastRecord({tail.constData(), size_t(tail.size())}) >= 0;
 }
 
+//! Within the last seconds, or in the future, where the clock was set back.
+bool isRecentlyModified(const FileBytes &file)
+{
+    constexpr time_t recently = 10; // seconds
+    timespec now{};
+    (void)clock_gettime(CLOCK_REALTIME, &now);
+    return now.tv_sec - file.status().st_mtim.tv_sec <= recently;
+}
+
 /*!
  * The size of a file that a daemon may be appending to. Of a write in progress a part may
- * be seen already; it shows as a torn end that is gone a moment later. One that stays is
- * damage.
+ * be seen already, some pages of it; it shows as a torn end that is gone a moment later.
+ * One that stays is damage.
  */
 qint64 settledSize(const FileBytes &file)
 {
-    constexpr int patience = 200; // milliseconds; a write takes one at most
+    constexpr int patience = 1000; // milliseconds; a write takes one, but a disk may be busy
     qint64 size = file.status().st_size;
-    for (int waited = 0; waited < patience && size > 0 && !endsWithRecord(file, size); ++waited) {
+    for (int waited = 0;
+         waited < patience && size > 0 && isRecentlyModified(file) && !endsWithRecord(file, size);
+         ++waited) {
         QThread::msleep(1);
         size = file.status().st_size;
     }

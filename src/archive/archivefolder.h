@@ -77,8 +77,8 @@ public:
 
     /*!
      * Finds out which files there are; false, with errno, where the folder cannot be read.
-     * With Writers::Possible a torn end of the current file is looked at again, for up to
-     * 0.2 s, as it may be a write in progress.
+     * With Writers::Possible a torn end of the current file is looked at again, for a second
+     * where it is fresh, as it may be a write in progress.
      */
     [[nodiscard]] bool open(Writers writers = Writers::Possible);
 

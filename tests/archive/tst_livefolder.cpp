@@ -13,6 +13,7 @@
 #include <QThread>
 
 #include <atomic>
+#include <cstdio>
 #include <memory>
 
 namespace
@@ -105,7 +106,7 @@ void LiveFolderTest::neverAFalseAlarm()
     isEnding = true;
     QVERIFY(writer->wait());
     QCOMPARE(alarm, QString());
-    qInfo("%d looks at %llu records, %d rotations", looks, records, int(rotations));
+    std::printf("%d looks at %llu records, %d rotations\n", looks, records, int(rotations));
     QVERIFY(looks > 10 && rotations > 10);
 }
 
