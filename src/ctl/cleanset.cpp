@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
+#include <memory>
 #include <numeric>
 #include <optional>
 #include <tuple>
@@ -157,11 +158,11 @@ public:
     [[nodiscard]] bool read(size_t index, qint64 begin, qint64 end)
     {
         if (current != index) {
-            int error = 0; // a file that is not open cannot be read
+            int error = 0; // without a file nothing is read
             file = Archive::openListed(folder.get(), files[index], error);
             current = index;
         }
-        return file.isOpen() && file.read(begin, end, bytes);
+        return file && file->read(begin, end, bytes);
     }
 
     QByteArray bytes;
@@ -169,7 +170,7 @@ public:
 private:
     Archive::Descriptor folder;
     const std::vector<Archive::ListedFile> &files;
-    Archive::FileBytes file;
+    std::shared_ptr<const Archive::FileBytes> file;
     size_t current; //!< index of the file; none at first
 };
 

@@ -11,6 +11,9 @@
 #include "ctl/recordobject.h"
 #include "ctl/source.h"
 
+#include <memory>
+#include <utility>
+
 namespace
 {
 
@@ -77,7 +80,11 @@ public:
     }
 
     //! The file that is shown next, for what lies behind its records.
-    void useFile(Archive::FileBytes &&opened) { file = std::move(opened); }
+    void useFile(const std::shared_ptr<const Archive::FileBytes> &opened)
+    {
+        static const auto nothing = std::make_shared<const Archive::FileBytes>();
+        file = opened ? opened : nothing;
+    }
 
     void record(const Place &place, const Record &record) override
     {
@@ -86,10 +93,10 @@ public:
             return;
         }
         if (isJson) {
-            object.append(out.text(), place, record, file);
+            object.append(out.text(), place, record, *file);
             out.text() += '\n';
         } else {
-            line.append(out.text(), place, record, file);
+            line.append(out.text(), place, record, *file);
         }
         out.wrote();
     }
@@ -113,7 +120,7 @@ private:
     EventKinds kinds;
     RecordObject object;
     RecordLine line;
-    Archive::FileBytes file;
+    std::shared_ptr<const Archive::FileBytes> file;
     OutputStream &out;
     bool isJson;
     bool sureOnly;
