@@ -61,7 +61,8 @@ void checkTables(const SystemeventCatalogue &catalogue)
         require(event->logLevel == catalogue.logLevelForName(event->logLevelName),
                 "an event has the level of its name");
         for (const SystemeventArgument &argument : event->arguments) {
-            require(argument.type >= ArgumentType::Unknown && argument.type <= ArgumentType::Enum,
+            require(argument.type == ArgumentType::Unknown
+                        || typeFromName(typeName(argument.type)) == argument.type,
                     "an argument's type is known or Unknown");
             require(argument.type == ArgumentType::Enum || argument.enumName.isNull(),
                     "only an enum argument names an enumeration");

@@ -1,45 +1,56 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "logformat/argumenttype.h"
 
-#include <algorithm>
-#include <iterator>
-
 namespace
 {
 
-struct NamedType {
-    const char *name;
-    ArgumentType::Code code;
-};
-
-constexpr NamedType namedTypes[] = {
-    {"byte", ArgumentType::Byte},       {"bool", ArgumentType::Bool},
-    {"int16", ArgumentType::Int16},     {"int32", ArgumentType::Int32},
-    {"int64", ArgumentType::Int64},     {"uint64", ArgumentType::UInt64},
-    {"float", ArgumentType::Float},     {"double", ArgumentType::Double},
-    {"string", ArgumentType::String},   {"bytearray", ArgumentType::ByteArray},
-    {"variant", ArgumentType::Variant}, {"enum", ArgumentType::Enum},
-};
-
-template <typename Matches>
-const NamedType *findType(Matches matches)
+//! Null for a number that is no code of a value's type.
+const char *nameOf(int code)
 {
-    const auto *const found = std::find_if(std::begin(namedTypes), std::end(namedTypes), matches);
-    return found == std::end(namedTypes) ? nullptr : found;
+    switch (ArgumentType::Code(code)) {
+    case ArgumentType::Byte:
+        return "byte";
+    case ArgumentType::Bool:
+        return "bool";
+    case ArgumentType::Int16:
+        return "int16";
+    case ArgumentType::Int32:
+        return "int32";
+    case ArgumentType::Int64:
+        return "int64";
+    case ArgumentType::UInt64:
+        return "uint64";
+    case ArgumentType::Float:
+        return "float";
+    case ArgumentType::Double:
+        return "double";
+    case ArgumentType::String:
+        return "string";
+    case ArgumentType::ByteArray:
+        return "bytearray";
+    case ArgumentType::Variant:
+        return "variant";
+    case ArgumentType::Enum:
+        return "enum";
+    case ArgumentType::Unknown:
+        break;
+    }
+    return nullptr;
 }
 
 } // namespace
 
 int typeFromName(const QString &name)
 {
-    const NamedType *const found
-        = findType([&name](const NamedType &type) { return name == QLatin1String(type.name); });
-    return found ? found->code : ArgumentType::Unknown;
+    int code = ArgumentType::Byte; // from here on without a gap
+    while (nameOf(code) && name != QLatin1String(nameOf(code))) {
+        ++code;
+    }
+    return nameOf(code) ? code : int(ArgumentType::Unknown);
 }
 
 QLatin1String typeName(int code)
 {
-    const NamedType *const found
-        = findType([code](const NamedType &type) { return type.code == code; });
-    return QLatin1String(found ? found->name : "unknown");
+    const char *const name = nameOf(code);
+    return QLatin1String(name ? name : "unknown");
 }

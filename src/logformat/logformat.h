@@ -41,7 +41,7 @@ constexpr qint64 eventIdOffset = paddingOffset + 4;
 constexpr qint64 valuesOffset = eventIdOffset + 4;
 static_assert(valuesOffset == 28, "files in the field begin like this");
 constexpr char endMark = '\n';
-constexpr qint64 trailerSize = 2;
+constexpr qint64 trailerSize = sizeof(quint16);
 //! A record's bytes without its trailer are counted modulo this.
 constexpr qint64 lengthModulus = 65536;
 //! Of a whole record: with an empty path, and no other value.
@@ -121,7 +121,8 @@ RecordHead readHead(Source &in, qint64 position)
     std::array<char, eventIdOffset - secondsOffset> timestamp{};
     in.read(timestamp.data(), qint64(timestamp.size())); // in one go, with the padding
     head.seconds = qFromLittleEndian<quint64>(timestamp.data());
-    head.microseconds = qFromLittleEndian<quint32>(timestamp.data() + sizeof head.seconds);
+    head.microseconds
+        = qFromLittleEndian<quint32>(timestamp.data() + (microsecondsOffset - secondsOffset));
     seek(in, position + eventIdOffset);
     read(in, head.eventId);
     seek(in, position + valuesOffset);
@@ -141,6 +142,8 @@ enum class Walk {
  * \a visit(position, logNr) for every record on the way as long as that is true. Nothing
  * is checked: behind a damaged trailer a walk finds whatever stands there, in the end
  * perhaps a record with a negative position.
+ *
+ * Of an empty file a walk over all of it visits a record at -2: ask for the size before.
  *
  * The source is left at the last record's beginning, behind its number where the visitor
  * ended the walk, and behind what was read of the trailer that ended it otherwise. The

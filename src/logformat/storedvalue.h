@@ -104,7 +104,24 @@ void readContent(Source &in, StoredValue &value)
 //! Whether a variant's content can be of a type.
 constexpr bool isContentType(int code)
 {
-    return code >= ArgumentType::Byte && code <= ArgumentType::ByteArray;
+    switch (ArgumentType::Code(code)) {
+    case ArgumentType::Byte:
+    case ArgumentType::Bool:
+    case ArgumentType::Int16:
+    case ArgumentType::Int32:
+    case ArgumentType::Int64:
+    case ArgumentType::UInt64:
+    case ArgumentType::Float:
+    case ArgumentType::Double:
+    case ArgumentType::String:
+    case ArgumentType::ByteArray:
+        return true;
+    case ArgumentType::Variant:
+    case ArgumentType::Enum:
+    case ArgumentType::Unknown:
+        break;
+    }
+    return false;
 }
 
 /*!

@@ -21,6 +21,7 @@ struct Settings::Row {
     Name setting;
     const char *name; //!< for clients
     const char *key;  //!< in the configuration service
+    bool isSwitch;    //!< whether a write says who is to hear events
     QVariant (*value)(const Settings &);
     //! Has a stored text take effect; null where a start does not ask for one.
     void (*load)(Settings &, const QString &text);
@@ -28,20 +29,20 @@ struct Settings::Row {
     QString (*write)(Settings &, const QVariant &value);
 };
 
-const std::array<Settings::Row, 6> &Settings::rows()
+const std::array<Settings::Row, Settings::nameCount> &Settings::rows()
 {
     using S = Settings;
-    static const std::array<Row, 6> table = {{
-        {LogLocal, "loglocal", "SystemeventLogLocal",
+    static constexpr std::array<Row, nameCount> table = {{
+        {LogLocal, "loglocal", "SystemeventLogLocal", true,
          [](const S &s) { return QVariant(s.logLocal); },
          [](S &s, const QString &text) { s.write(LogLocal, QVariant(text).toBool()); },
          [](S &s, const QVariant &on) { return boolText(s.logLocal = on.toBool()); }},
-        {LogNetwork, "lognetwork", "SystemeventLogNetwork",
+        {LogNetwork, "lognetwork", "SystemeventLogNetwork", true,
          [](const S &s) { return QVariant(s.logNetwork); },
          [](S &s, const QString &text) { s.write(LogNetwork, QVariant(text).toBool()); },
          [](S &s, const QVariant &on) { return boolText(s.logNetwork = on.toBool()); }},
         // A text that is no IP address leaves no receiver and stores an empty text.
-        {LogNetworkAddress, "lognetworkaddress", "SystemeventLogNetworkaddress",
+        {LogNetworkAddress, "lognetworkaddress", "SystemeventLogNetworkaddress", false,
          [](const S &s) { return QVariant(s.udpLog.getAddress()); },
          [](S &s, const QString &text) { s.udpLog.setAddress(text); },
          [](S &s, const QVariant &text) {
@@ -50,14 +51,14 @@ const std::array<Settings::Row, 6> &Settings::rows()
          }},
         // Kept: the language holds for the running process only, and writing it stores the
         // address under an empty key, as devices in the field do it.
-        {LogNetworkLang, "loglang", "", [](const S &s) { return QVariant(s.udpLog.getLanguage()); },
-         nullptr,
+        {LogNetworkLang, "loglang", "", false,
+         [](const S &s) { return QVariant(s.udpLog.getLanguage()); }, nullptr,
          [](S &s, const QVariant &lang) {
              s.udpLog.setLanguage(lang.toString());
              return s.udpLog.getAddress();
          }},
         // Kept: a value below 1 is stored, and ignored otherwise.
-        {Logtail, "logtail", "SystemeventLogtail",
+        {Logtail, "logtail", "SystemeventLogtail", false,
          [](const S &s) { return QVariant(s.binaryLog.getLogtail()); },
          [](S &s, const QString &text) { s.binaryLog.setLogtail(text.toInt()); },
          [](S &s, const QVariant &n) {
@@ -65,7 +66,7 @@ const std::array<Settings::Row, 6> &Settings::rows()
              return QString::number(n.toInt());
          }},
         // Kept: writing the level sets logtail; the level itself counts from the next start on.
-        {Loglevel, "loglevel", "SystemeventLoglevel",
+        {Loglevel, "loglevel", "SystemeventLoglevel", false,
          [](const S &s) { return QVariant(s.loglevel); },
          [](S &s, const QString &text) { s.loglevel = text.toInt(); },
          [](S &s, const QVariant &n) {
@@ -73,6 +74,15 @@ const std::array<Settings::Row, 6> &Settings::rows()
              return QString::number(n.toInt());
          }},
     }};
+    constexpr auto inOrder = [](const auto &each) {
+        for (size_t i = 0; i < each.size(); ++i) {
+            if (each[i].setting != Name(i)) {
+                return false;
+            }
+        }
+        return true;
+    };
+    static_assert(inOrder(table), "each name has its row, at its place");
     return table;
 }
 
@@ -94,7 +104,7 @@ void Settings::write(Name setting, const QVariant &value)
 {
     const QString text = row(setting).write(*this, value);
     storeText(key(setting), text);
-    if (setting == LogLocal || setting == LogNetwork) {
+    if (row(setting).isSwitch) {
         switchWritten();
     }
 }

@@ -21,7 +21,15 @@ class UdpLogInterface;
 class Settings
 {
 public:
-    enum Name { LogLocal, LogNetwork, LogNetworkAddress, LogNetworkLang, Logtail, Loglevel };
+    enum Name {
+        LogLocal,
+        LogNetwork,
+        LogNetworkAddress,
+        LogNetworkLang,
+        Logtail,
+        Loglevel,
+        nameCount
+    };
 
     //! Takes a key and a text to the configuration service.
     using Store = std::function<void(const QString &key, const QString &text)>;
@@ -59,7 +67,7 @@ public:
 
 private:
     struct Row;
-    static const std::array<Row, 6> &rows();
+    static const std::array<Row, nameCount> &rows();
     static const Row &row(Name setting);
 
     BinaryLogInterface &binaryLog;
