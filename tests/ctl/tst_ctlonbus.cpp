@@ -35,6 +35,10 @@ void CtlOnBusTest::refusedBesideTheDaemon()
     const CtlRun beside = runCtl({"repair"_s});
     QCOMPARE(beside.status, 4);
     QVERIFY2(beside.errors.contains("stop"), beside.errors.constData());
+    // With a named folder, which asks no bus, the folder's lock tells.
+    const CtlRun named = runCtl({"repair"_s, "-D"_s, "/srv/public/log"_s});
+    QCOMPARE(named.status, 4);
+    QVERIFY2(named.errors.contains("/srv/public/log"), named.errors.constData());
     device.stop();
     const CtlRun alone = runCtl({"repair"_s});
     QVERIFY2(alone.status == 0, alone.errors.constData());
