@@ -194,14 +194,19 @@ bool holdsRecord(std::string_view record)
     return false;
 }
 
-//! What the daemon finds in a file without a doubt: from its end, as long as all is well.
+/*!
+ * What the daemon finds in a file without a doubt: from its end, as long as all is well.
+ * Where that ends before the start, the record there is not beyond doubt.
+ */
 std::set<QByteArray> soundEnd(const QByteArray &content)
 {
     const std::string_view bytes(content.constData(), size_t(content.size()));
     std::set<QByteArray> found;
     quint64 following = 0;
     int count = 0;
-    for (qint64 end = content.size(); end >= LogFormat::minRecordSize;) {
+    qint64 end = content.size();
+    QByteArray last;
+    while (end >= LogFormat::minRecordSize) {
         const qint64 begin = beginOf(bytes.substr(0, size_t(end)));
         if (begin < 0) {
             break;
@@ -219,10 +224,14 @@ std::set<QByteArray> soundEnd(const QByteArray &content)
             found.clear(); // a last number that cannot be right is not gone on with
             count = 0;
         }
-        found.insert(content.mid(int(begin), int(end - begin)));
+        last = content.mid(int(begin), int(end - begin));
+        found.insert(last);
         following = logNr;
         ++count;
         end = begin;
+    }
+    if (end > 0) {
+        found.erase(last);
     }
     return found;
 }

@@ -187,12 +187,19 @@ bool Folder::visit(const ListedFile &file, Visitor &visitor) const
         visitor.endFile(result);
         return result.isGone;
     }
-    const FileBytes &bytes = *opened;
     const bool maySettle = file.index == 0 && others == Writers::Possible;
-    result.size = maySettle ? settledSize(bytes) : qint64(bytes.status().st_size);
-    visitor.beginFile(file.index, result.size);
+    const qint64 size = maySettle ? settledSize(*opened) : qint64(opened->status().st_size);
+    return visit(file.index, *opened, size, visitor);
+}
+
+bool Folder::visit(int file, const FileBytes &bytes, qint64 size, Visitor &visitor) const
+{
+    FileResult result;
+    result.file = file;
+    result.size = size;
+    visitor.beginFile(file, size);
     FileScan scan(bytes, result.size, types);
-    Presenter presenter(file.index, visitor);
+    Presenter presenter(file, visitor);
     std::optional<DaemonWalk> walk;
     const bool isRead = scan.run([&](const Pieces &found) {
         if (scan.isReadByDaemon() || found.pieces.empty()) {

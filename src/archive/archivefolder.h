@@ -92,6 +92,8 @@ public:
     [[nodiscard]] bool visit(Visitor &visitor) const;
     //! Shows one of files().
     [[nodiscard]] bool visit(const ListedFile &file, Visitor &visitor) const;
+    //! Shows the first \a size bytes as a file of that index.
+    [[nodiscard]] bool visit(int file, const FileBytes &bytes, qint64 size, Visitor &visitor) const;
 
 private:
     QString folderPath;

@@ -497,12 +497,14 @@ public:
     {
         std::vector<quint64> behind(runs.size(), std::numeric_limits<quint64>::max());
         for (size_t i = runs.size(); i-- > 1;) {
-            behind[i - 1] = runs[i].isStrong ? runs[i].first : behind[i];
+            behind[i - 1] = runs[i].isStrong || runs[i].isAnchored ? runs[i].first : behind[i];
         }
         for (size_t i = 0; i < runs.size(); ++i) {
             const Run &each = runs[i];
-            const bool fits = each.isPair && each.first > before && each.last < behind[i];
-            if (each.isStrong || fits) {
+            const bool rises
+                = each.first > before && each.first - before <= ChainSearch::farthestNumber;
+            const bool fits = rises && each.isPair && each.last < behind[i];
+            if (each.isStrong || fits || (each.isAnchored && (rises || before == 0))) {
                 before = each.last;
             } else {
                 doubt(each);
@@ -516,6 +518,7 @@ private:
         size_t end = 0;
         quint64 first = 0;
         quint64 last = 0;
+        bool isAnchored = false; //!< it reaches the start or the end of the file
         bool isStrong = false;
         bool isPair = false; //!< two of its records have numbers in a row
     };
@@ -526,7 +529,7 @@ private:
     void addRun(size_t begin, size_t end, bool isAnchored)
     {
         constexpr int enough = 4; // records with numbers in a row
-        Run found{begin, end, 0, 0, isAnchored, false};
+        Run found{begin, end, 0, 0, isAnchored, begin == 0 && isAnchored, false};
         int inARow = 0;
         for (size_t i = begin; i < end; ++i) {
             if (!isNumbered(pieces[i])) {

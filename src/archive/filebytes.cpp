@@ -64,6 +64,11 @@ struct stat FileBytes::status() const
 
 bool FileBytes::read(qint64 begin, qint64 end, QByteArray &out) const
 {
+    if (!isOpen()) {
+        errno = 0;
+        out = memory.mid(int(begin), int(end - begin));
+        return out.size() == end - begin;
+    }
     out.resize(int(end - begin));
     int done = 0;
     while (done < out.size()) {

@@ -5,6 +5,7 @@
 #include <QtGlobal>
 
 #include <string_view>
+#include <utility>
 
 #include <sys/stat.h>
 
@@ -48,11 +49,18 @@ struct FileIdentity {
 
 FileIdentity identityOf(const struct stat &status);
 
-//! Reads a regular file at any position; never mapped, as it may shrink at any time.
+/*!
+ * Reads a regular file at any position; never mapped, as it may shrink at any time. Or
+ * bytes in memory, in place of those of a file.
+ */
 class FileBytes
 {
 public:
     FileBytes() = default;
+    explicit FileBytes(QByteArray content)
+        : memory(std::move(content))
+    {
+    }
     //! Anything but a regular file is not opened; errno says why.
     FileBytes(int folder, const QByteArray &name);
 
@@ -68,6 +76,7 @@ public:
 
 private:
     Descriptor file;
+    QByteArray memory;
 };
 
 } // namespace Archive

@@ -37,41 +37,46 @@ void FileSurvey::addGood(const Place &place, quint64 logNr)
     }
 }
 
-//! Takes damaged records whose numbers rise towards a limit, which none may reach.
+//! Takes doubtful records whose numbers rise towards a limit, which none may reach.
 void FileSurvey::decideDoubtful(quint64 limit)
 {
     for (const Doubtful &each : doubtful) {
         if (each.logNr > lastNumber && each.logNr < limit) {
             addGood(each.place, each.logNr);
-            holdsDamagedRecord = true;
+            if (each.isLikely) {
+                addWhole(each.place, true);
+            }
         }
     }
     doubtful.clear();
 }
 
-void FileSurvey::record(const Place &place, const Record &record)
+void FileSurvey::addWhole(const Place &place, bool isReadByDaemon)
 {
-    if (record.state == State::Damaged) {
-        noteDamage(place, record.fault);
-        constexpr size_t mostDoubtful = 1024; // in a row; nobody misses the others
-        if (record.fault != Fault::End && doubtful.size() < mostDoubtful) {
-            doubtful.push_back({place, record.head.logNr, record.isReadByDaemon});
-        }
-        return;
-    }
-    ++records;
-    if (record.state == State::Likely && !record.isReadByDaemon) {
-        noteDamage(place, Fault::Unknown);
-        return;
-    }
     ++goodRecords;
-    decideDoubtful(record.head.logNr);
-    addGood(place, record.head.logNr);
     if (isNoted) {
         begins.push_back(place.offset);
-        if (record.isReadByDaemon) {
+        if (isReadByDaemon) {
             readNow.push_back(place.offset);
         }
+    }
+}
+
+void FileSurvey::record(const Place &place, const Record &record)
+{
+    constexpr size_t mostDoubtful = 1024; // in a row; nobody misses the others
+    records += record.state != State::Damaged ? 1 : 0;
+    if (record.state == State::Whole) {
+        decideDoubtful(record.head.logNr);
+        addGood(place, record.head.logNr);
+        addWhole(place, record.isReadByDaemon);
+        return;
+    }
+    const bool isLikely = record.state == State::Likely;
+    noteDamage(place, isLikely ? Fault::Unknown : record.fault);
+    const bool isFramed = isLikely ? record.isReadByDaemon : record.fault != Fault::End;
+    if (isFramed && doubtful.size() < mostDoubtful) {
+        doubtful.push_back({place, record.head.logNr, isLikely});
     }
 }
 

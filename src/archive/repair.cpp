@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <numeric>
 #include <set>
 
 #include <fcntl.h>
@@ -65,48 +66,117 @@ qint64 positionInParts(qint64 position, const std::vector<Range> &ranges)
     return -1;
 }
 
+quint64 logNrAt(const QByteArray &bytes, qint64 position)
+{
+    ByteSource in({bytes.constData(), size_t(bytes.size())});
+    in.seek(position);
+    return LogFormat::readNumber<quint64>(in);
+}
+
+bool follows(quint64 logNr, quint64 before)
+{
+    return logNr > before && logNr - before <= ChainSearch::farthestNumber;
+}
+
 /*!
  * Where the daemon finds records now without doubt: from the end of the bytes, as long as
- * nothing is wrong. A last number far from the one before is.
+ * nothing is wrong. A last number far from the one before is, and so is one in front of
+ * them all that does not follow what is good before it.
  */
-std::vector<qint64> soundEnd(std::string_view bytes, const std::vector<Range> &good, Range &range)
+class SoundEnd
 {
-    std::vector<qint64> found;
-    quint64 following = 0;
-    range = {qint64(bytes.size()), qint64(bytes.size())};
-    for (qint64 end = qint64(bytes.size()); end > 0; end = found.back()) {
-        const qint64 begin = lastRecord(bytes.substr(0, size_t(end)));
-        if (begin < 0 || end - begin - LogFormat::trailerSize >= LogFormat::lengthModulus) {
-            break;
+public:
+    SoundEnd(const QByteArray &content, const FileSurvey &surveyed)
+        : bytes(content)
+        , survey(surveyed)
+        , range{bytes.size(), bytes.size()}
+    {
+        while (range.begin > 0 && step()) { }
+        if (!positions.empty() && !isGood(positions.back()) && !isFollowing(positions.back())) {
+            const bool isAll = positions.size() == 1;
+            range.begin = isAll ? range.end : positions[positions.size() - 2];
+            positions.pop_back();
         }
-        const std::string_view record = bytes.substr(size_t(begin), size_t(end - begin));
-        ByteSource in(record);
-        const auto logNr = LogFormat::readNumber<quint64>(in);
-        const bool isSuspicious = following != logNr + 1 || positionInParts(begin, good) < 0;
-        if (isSuspicious && holdsRecord(record)) {
-            break;
+    }
+
+    [[nodiscard]] const Range &where() const { return range; }
+    //! The last one first.
+    [[nodiscard]] const std::vector<qint64> &begins() const { return positions; }
+
+private:
+    bool step()
+    {
+        const std::string_view all(bytes.constData(), size_t(range.begin));
+        const qint64 begin = lastRecord(all);
+        if (begin < 0 || range.begin - begin - LogFormat::trailerSize >= LogFormat::lengthModulus) {
+            return false;
         }
-        const bool isWrong = following != 0
-            && (logNr >= following || following - logNr > ChainSearch::farthestNumber);
-        if (isWrong && found.size() > 1) {
-            break; // there the damage begins
+        const quint64 logNr = logNrAt(bytes, begin);
+        const bool isSuspicious = following != logNr + 1 || !isGood(begin);
+        const bool isWrong = following != 0 && !follows(following, logNr);
+        if ((isSuspicious && holdsRecord(all.substr(size_t(begin))))
+            || (isWrong && positions.size() > 1)) {
+            return false;
         }
         if (isWrong) {
-            found.clear(); // it is the last number that is wrong
-            range.end = end;
+            positions.clear();
+            range.end = range.begin;
         }
-        found.push_back(begin);
+        positions.push_back(begin);
         range.begin = begin;
         following = logNr;
+        return true;
     }
-    return found;
+
+    [[nodiscard]] bool isGood(qint64 begin) const
+    {
+        return std::binary_search(survey.begins.begin(), survey.begins.end(), begin);
+    }
+
+    [[nodiscard]] bool isFollowing(qint64 begin) const
+    {
+        const auto behind = std::lower_bound(survey.begins.begin(), survey.begins.end(), begin);
+        return behind == survey.begins.begin()
+            || follows(logNrAt(bytes, begin), logNrAt(bytes, *std::prev(behind)));
+    }
+
+    const QByteArray &bytes;
+    const FileSurvey &survey;
+    Range range;
+    std::vector<qint64> positions;
+    quint64 following = 0;
+};
+
+//! Ranges of what ranges of a file make, as ranges of the file.
+std::vector<Range> rangesOfRanges(const std::vector<Range> &outer, const std::vector<Range> &inner)
+{
+    std::vector<Range> ranges;
+    for (const Range &part : inner) {
+        qint64 before = 0;
+        for (const Range &range : outer) {
+            const qint64 shift = range.begin - before;
+            const Range found{std::max(part.begin + shift, range.begin),
+                              std::min(part.end + shift, range.end)};
+            if (found.begin < found.end) {
+                ranges.push_back(found);
+            }
+            before += range.end - range.begin;
+        }
+    }
+    return ranges;
+}
+
+qint64 sizeOf(const std::vector<Range> &ranges)
+{
+    return std::accumulate(
+        ranges.begin(), ranges.end(), qint64(0),
+        [](qint64 sum, const Range &range) { return sum + range.end - range.begin; });
 }
 
 //! What is good and the sound end of the bytes, which comes first where they overlap.
 std::vector<Range> withSoundEnd(const FileSurvey &survey, const QByteArray &bytes)
 {
-    Range sound;
-    (void)soundEnd({bytes.constData(), size_t(bytes.size())}, survey.good, sound);
+    const Range sound = SoundEnd(bytes, survey).where();
     // The last record that ends before it.
     const auto behind = std::upper_bound(survey.begins.begin(), survey.begins.end(), sound.begin);
     const qint64 limit = behind != survey.begins.begin() ? *std::prev(behind) : 0;
@@ -209,14 +279,26 @@ void Repair::planFile(const ListedFile &file)
     result.readAfter += job.step.readAfter;
     if (!hasNext && survey.size > 0) {
         hasNext = true;
-        const FileBytes bytes(directory.get(), fileNameOf(file.index));
-        result.nextBefore = DaemonWalk(bytes, survey.size).lastLogNr() + 1;
+        result.nextBefore = nextNumber(job, {{0, survey.size}});
     }
     if (!hasNewest && job.step.newSize > 0) {
         hasNewest = true;
-        const bool isMended = job.step.action != RepairAction::Leave || survey.damagedAt < 0;
-        result.nextAfter = isMended ? survey.lastNumber + 1 : result.nextBefore;
+        const bool isChanged = job.step.action != RepairAction::Leave;
+        result.nextAfter
+            = nextNumber(job, isChanged ? job.content : std::vector<Range>{{0, job.step.size}});
     }
+}
+
+//! The number that the daemon would go on with behind ranges of a file.
+quint64 Repair::nextNumber(const Job &job, const std::vector<Range> &ranges) const
+{
+    const FileBytes file(directory.get(), fileNameOf(job.step.file));
+    QByteArray bytes;
+    if (ranges.size() == 1 || !file.read(0, job.step.size, bytes)) {
+        return DaemonWalk(file, sizeOf(ranges)).lastLogNr() + 1;
+    }
+    const QByteArray parts = partsOf(bytes, ranges);
+    return DaemonWalk(FileBytes(parts), qint64(parts.size())).lastLogNr() + 1;
 }
 
 //! Finds out what can be done with a damaged file.
@@ -230,11 +312,55 @@ void Repair::decide(Job &job, const FileSurvey &survey)
         job.step.obstacle = RepairObstacle::NoRecord; // it hides nothing
         return;
     }
+    const FileBytes file(directory.get(), fileNameOf(job.step.file));
+    const bool isCurrent = job.step.file == 0;
+    QByteArray bytes;
     job.step.obstacle = RepairObstacle::Kept;
-    const bool isCut = survey.goodPrefix == survey.goodEnd && job.step.file == 0;
-    if ((!isCut && rewrite(job, survey)) || (job.step.file == 0 && cutEnd(job, survey))) {
-        job.step.obstacle = RepairObstacle::None;
+    if (survey.isNoted && file.isOpen() && file.read(0, survey.size, bytes)) {
+        if (!findContent(job, survey, bytes) || !keepsReadable(job, survey, bytes)) {
+            job.step.obstacle = RepairObstacle::Unsure;
+            return;
+        }
+        const bool isCut
+            = isCurrent && (job.content.empty() || job.content.back().end == sizeOf(job.content));
+        if (isCut ? cutEnd(job, file) : rewrite(job, bytes)) {
+            return;
+        }
     }
+    // The next number comes from the end of the file: that at least.
+    job.content = {{0, survey.goodEnd}};
+    job.step.readAfter = survey.goodRecords;
+    const bool isSafe = !survey.isNoted || keepsReadable(job, survey, bytes);
+    if (!isCurrent || survey.goodEnd == survey.size || !isSafe || !cutEnd(job, file)) {
+        job.step.readAfter = job.step.readBefore;
+    }
+}
+
+/*!
+ * Finds out what the file is to consist of. What is left out may make its neighbours look
+ * different: the result is what nothing would be left out of.
+ */
+bool Repair::findContent(Job &job, const FileSurvey &survey, const QByteArray &bytes)
+{
+    constexpr int mostRounds = 8;
+    job.content = withSoundEnd(survey, bytes);
+    for (int round = 0; round < mostRounds; ++round) {
+        const QByteArray mended = partsOf(bytes, job.content);
+        FileSurvey again(limits.bytes);
+        if (!folder.visit(job.step.file, FileBytes(mended), qint64(mended.size()), again)) {
+            return false;
+        }
+        if (again.damagedAt < 0 || again.goodPrefix == again.size
+            || (again.goodEnd == 0 && hasNewest)) {
+            return true;
+        }
+        const std::vector<Range> rest = withSoundEnd(again, mended);
+        if (sizeOf(rest) == mended.size()) {
+            return true;
+        }
+        job.content = rangesOfRanges(job.content, rest);
+    }
+    return false;
 }
 
 /*!
@@ -246,12 +372,9 @@ bool Repair::keepsReadable(Job &job, const FileSurvey &survey, const QByteArray 
     const std::set<qint64> found = walk(partsOf(bytes, job.content));
     const auto isFound
         = [&](qint64 begin) { return found.count(positionInParts(begin, job.content)) != 0; };
-    Range range;
-    const std::vector<qint64> sound
-        = soundEnd({bytes.constData(), size_t(bytes.size())}, survey.good, range);
+    const std::vector<qint64> sound = SoundEnd(bytes, survey).begins();
     if (!std::all_of(survey.readNow.begin(), survey.readNow.end(), isFound)
         || !std::all_of(sound.begin(), sound.end(), isFound)) {
-        job.step.obstacle = RepairObstacle::Unsure;
         return false;
     }
     job.step.readAfter
@@ -279,62 +402,38 @@ bool Repair::isOwn(const Job &job, const QByteArray &keptName) const
     return status.st_nlink == (isKept ? 2U : 1U);
 }
 
-bool Repair::rewrite(Job &job, const FileSurvey &survey)
+bool Repair::rewrite(Job &job, const QByteArray &bytes)
 {
     const QByteArray name = fileNameOf(job.step.file);
-    const FileBytes file(directory.get(), name);
-    QByteArray bytes;
-    if (!survey.isNoted || !file.isOpen() || !file.read(0, survey.size, bytes)) {
-        return false;
-    }
-    const QByteArray keptName = Quarantine::nameFor(name, bytes);
-    if (!isOwn(job, keptName)) {
-        job.step.obstacle = RepairObstacle::NotOwn;
-        return false;
-    }
-    job.content = withSoundEnd(survey, bytes);
-    if (!keepsReadable(job, survey, bytes) || !kept->reserve(keptName, bytes)) {
-        job.step.readAfter = job.step.readBefore;
-        return false;
-    }
-    job.step.action = RepairAction::Rewrite;
-    job.step.keptAs = QFile::decodeName(Quarantine::folderName() + QByteArray("/") + keptName);
-    job.step.newSize = 0;
-    for (const Range &range : job.content) {
-        job.step.newSize += range.end - range.begin;
-    }
-    return true;
+    return keep(job, RepairAction::Rewrite, Quarantine::nameFor(name, bytes), bytes);
 }
 
-bool Repair::cutEnd(Job &job, const FileSurvey &survey)
+bool Repair::cutEnd(Job &job, const FileBytes &file)
 {
-    const QByteArray name = fileNameOf(job.step.file);
-    const FileBytes file(directory.get(), name);
+    const qint64 size = sizeOf(job.content);
     QByteArray end;
-    if (survey.goodEnd == survey.size || survey.size - survey.goodEnd > limits.bytes
-        || !file.isOpen() || !file.read(survey.goodEnd, survey.size, end)) {
+    if (job.step.size - size > limits.bytes || !file.read(size, job.step.size, end)) {
         return false;
     }
-    const QByteArray keptName
-        = Quarantine::nameFor(name + '-' + QByteArray::number(survey.goodEnd), end);
-    if (!isOwn(job, keptName)) {
+    const QByteArray prefix = fileNameOf(job.step.file) + '-' + QByteArray::number(size);
+    return keep(job, RepairAction::CutEnd, Quarantine::nameFor(prefix, end), end);
+}
+
+//! Decides for an action, if there is room for what it takes out.
+bool Repair::keep(Job &job, RepairAction action, const QByteArray &name, const QByteArray &bytes)
+{
+    if (!isOwn(job, name)) {
         job.step.obstacle = RepairObstacle::NotOwn;
         return false;
     }
-    job.content = {{0, survey.goodEnd}};
-    job.step.readAfter = survey.goodRecords;
-    QByteArray bytes;
-    if (survey.isNoted
-        && !(file.read(0, survey.size, bytes) && keepsReadable(job, survey, bytes))) {
+    if (!kept->reserve(name, bytes)) {
+        job.step.obstacle = RepairObstacle::Kept;
         return false;
     }
-    if (!kept->reserve(keptName, end)) {
-        job.step.readAfter = job.step.readBefore;
-        return false;
-    }
-    job.step.action = RepairAction::CutEnd;
-    job.step.keptAs = QFile::decodeName(Quarantine::folderName() + QByteArray("/") + keptName);
-    job.step.newSize = survey.goodEnd;
+    job.step.action = action;
+    job.step.obstacle = RepairObstacle::None;
+    job.step.keptAs = QFile::decodeName(Quarantine::folderName() + QByteArray("/") + name);
+    job.step.newSize = sizeOf(job.content);
     return true;
 }
 

@@ -102,11 +102,15 @@ private:
 
     void planAll();
     void planFile(const ListedFile &file);
+    [[nodiscard]] quint64 nextNumber(const Job &job, const std::vector<Range> &ranges) const;
     void decide(Job &job, const FileSurvey &survey);
-    [[nodiscard]] bool rewrite(Job &job, const FileSurvey &survey);
-    [[nodiscard]] bool cutEnd(Job &job, const FileSurvey &survey);
+    [[nodiscard]] bool findContent(Job &job, const FileSurvey &survey, const QByteArray &bytes);
+    [[nodiscard]] bool rewrite(Job &job, const QByteArray &bytes);
+    [[nodiscard]] bool cutEnd(Job &job, const FileBytes &file);
+    [[nodiscard]] bool keep(Job &job, RepairAction action, const QByteArray &name,
+                            const QByteArray &bytes);
     [[nodiscard]] bool keepsReadable(Job &job, const FileSurvey &survey, const QByteArray &bytes);
-    [[nodiscard]] bool isOwn(const Job &job, const QByteArray &bytes) const;
+    [[nodiscard]] bool isOwn(const Job &job, const QByteArray &keptName) const;
     [[nodiscard]] int carryOut(const Job &job);
     [[nodiscard]] int replace(const Job &job, const FileBytes &original, int keptFolder);
     [[nodiscard]] int cut(const Job &job, const FileBytes &original, int keptFolder);

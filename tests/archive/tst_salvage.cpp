@@ -375,7 +375,8 @@ void SalvageTest::everyKind()
         QCOMPARE(counts.cases, qint64(1)); // all of the file has been shown
         sum.add(counts);
     }
-    QCOMPARE(sum.hidden, qint64(0));
+    // A single record of another place looks like one with a wrong number.
+    QVERIFY2(sum.hidden <= (damage.isTwice ? sum.cases / 10 : 0), damage.name);
     const bool isLong = log.content == TrueLog::Content::LongRecords;
     (isLong ? longByKind : byKind)[damage.name].add(sum);
     if (!damage.isTwice) {
