@@ -55,11 +55,11 @@ public:
  *
  * A file is sound when the walk from its end over plausible records comes out at its
  * start, with numbers that rise; that costs one reading of it, of a file of more than
- * 1 MiB two. In any other, the chain of records is looked for that leaves the least
+ * 512 KiB two. In any other, the chain of records is looked for that leaves the least
  * unexplained (ChainSearch has the rules and the bounds).
  *
- * Memory: 16 MiB at most and what the longest record takes, whatever the size of folder
- * and files; 40 bytes a file.
+ * Memory: 16 MiB, whatever the size of folder and files, 64 MiB with a file made for it, and
+ * what the longest record takes; besides 40 bytes a file.
  *
  * A daemon may be writing and rotating meanwhile: what is shown is the folder as it was
  * when open() was called, but that the file then current may have grown. The oldest

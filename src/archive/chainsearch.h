@@ -40,7 +40,7 @@ class ChainSearch
 {
 public:
     //! Longer records are not looked for in damaged files.
-    static constexpr qint64 longestRecord = 524288;
+    static constexpr qint64 longestRecord = 262144;
     static constexpr int mostCandidates = 2;
     static constexpr int mostStates = 6;
     //! No number that can be trusted lies farther from the one before.

@@ -43,7 +43,7 @@ class FileScan
 {
 public:
     //! In bytes. A file is read so much at a time.
-    static constexpr qint64 windowSize = 1048576;
+    static constexpr qint64 windowSize = 524288;
     /*!
      * Longer than any record: a message of the bus has at most 32 MiB, and a text takes no
      * more in a file.

@@ -7,6 +7,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <unistd.h>
 
 namespace Archive
 {
@@ -44,6 +45,9 @@ Quarantine::Quarantine(int folder, RepairLimits most)
     const int opened
         = ::openat(parent, folderName(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     const std::unique_ptr<DIR, CloseDirectory> directory(opened < 0 ? nullptr : fdopendir(opened));
+    if (opened >= 0 && !directory) {
+        (void)::close(opened);
+    }
     while (const dirent *const entry = directory ? readdir(directory.get()) : nullptr) {
         const QByteArray name(entry->d_name);
         struct stat status {

@@ -373,7 +373,7 @@ void ArchiveFolderTest::largeFiles_data()
     QTest::addColumn<int>("damagedAt");
     const int size = int(records(1, 1).size());
     QTest::newRow("sound") << -1;
-    for (const int at : {0, 1, 12000, 524288 / size, 1048576 / size, 1048576 / size + 1, 70000}) {
+    for (const int at : {0, 1, 12000, 262144 / size, 524288 / size, 524288 / size + 1, 70000}) {
         QTest::addRow("record %d damaged", at) << at;
     }
 }
