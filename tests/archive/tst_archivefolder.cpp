@@ -516,7 +516,7 @@ void ArchiveFolderTest::missingFolderCannotBeOpened()
 void ArchiveFolderTest::slowFiles_data()
 {
     QTest::addColumn<QByteArray>("file");
-    constexpr int size = 1 << 19;
+    constexpr int size = 1 << 17;
     const auto repeated = [](const QByteArray &piece) {
         return piece.repeated(size / int(piece.size()) + 1).left(size);
     };
