@@ -158,8 +158,9 @@ bool Folder::open(Writers writers)
     if (folder.isOpen()) {
         found = listFolder(folder.get());
     }
+    const bool isListed = found.has_value();
     listing = std::move(found).value_or(Listing());
-    return found.has_value();
+    return isListed;
 }
 
 bool Folder::visit(Visitor &visitor) const

@@ -86,7 +86,7 @@ class Repair
 {
 public:
     //! Both must outlive this.
-    Repair(const Folder &folder, RepairDisk &disk, RepairLimits most = {});
+    Repair(const Folder &opened, RepairDisk &used, RepairLimits most = {});
 
     //! What would be done. Writes nothing.
     [[nodiscard]] RepairResult plan();

@@ -97,8 +97,8 @@ int RepairDisk::truncate(int file, qint64 size)
     return resultOf(::ftruncate(file, size));
 }
 
-FolderLock::FolderLock(const QString &path)
-    : folder(openFolder(path))
+FolderLock::FolderLock(const QString &folderPath)
+    : folder(openFolder(folderPath))
 {
     if (!folder.isOpen() || ::flock(folder.get(), LOCK_EX | LOCK_NB) != 0) {
         reason = errno;

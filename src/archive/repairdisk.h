@@ -40,7 +40,7 @@ public:
 class FolderLock
 {
 public:
-    explicit FolderLock(const QString &folder);
+    explicit FolderLock(const QString &folderPath);
 
     [[nodiscard]] bool isHeld() const { return error() == 0; }
     //! Why it is not held: EWOULDBLOCK where another process holds it.

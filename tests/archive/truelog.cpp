@@ -100,22 +100,28 @@ QByteArray TrueLog::record(Content content)
     fields.seconds = seconds;
     fields.microseconds = dice.below(1000000);
     fields.path = dice.oneOf(paths);
-    fields.eventId = dice.between(1001, 1008);
-    const bool isSpecial = dice.chance(15);
+    const int often = content == Content::LongRecords ? 5 : 15; // in a hundred
+    if (!dice.chance(often) || !makeSpecial(content, fields)) {
+        fields.eventId = dice.between(1001, 1008);
+        fields.values = values(fields.eventId);
+    }
     if (content == Content::UnknownEvents) {
         fields.eventId += 5000;
     }
-    if (isSpecial && content == Content::HostileTexts) {
+    return RecordBytes::record(fields);
+}
+
+bool TrueLog::makeSpecial(Content content, RecordBytes::Fields &fields)
+{
+    switch (content) {
+    case Content::Mixed:
+    case Content::UnknownEvents:
+        return false;
+    case Content::HostileTexts:
         fields.eventId = 1002;
-        QByteArray hostile = text(30);
-        for (int i = dice.below(60); i > 0; --i) {
-            hostile += '\n' + QByteArray(1, char(dice.between(33, 126)))
-                + QByteArray(1, char(dice.between(1, 3))) + "/a/b";
-        }
-        fields.values = sized(hostile);
-        return RecordBytes::record(fields);
-    }
-    if (isSpecial && content == Content::SpeltInDoubles) {
+        fields.values = sized(hostileText());
+        break;
+    case Content::SpeltInDoubles:
         fields.eventId = dice.chance(50) ? 1003 : 1005;
         fields.values = fields.eventId == 1003 ? QByteArray() : number(5, 8) + "A";
         fields.values += QByteArray(dice.below(8), 'x');
@@ -123,48 +129,56 @@ QByteArray TrueLog::record(Content content)
             fields.values += spelt();
         }
         fields.values += QByteArray(dice.below(16), 'y');
-        return RecordBytes::record(fields);
-    }
-    if (isSpecial && content == Content::SpeltInIntegers) {
+        break;
+    case Content::SpeltInIntegers:
         fields.eventId = 1008; // declared as two integers, and all the others are surplus
         fields.values = number(1, 4) + spelt();
         fields.values += QByteArray((4 - int(fields.values.size()) % 4) % 4, '\0');
-        return RecordBytes::record(fields);
-    }
-    if (content == Content::LongRecords && dice.chance(5)) {
+        break;
+    case Content::LongRecords:
         fields.eventId = 1002;
         const QByteArray longText(dice.between(65500, 200000), 'x');
         fields.values = number(quint64(longText.size()) % 65536, 2) + longText;
-        return RecordBytes::record(fields);
     }
-    switch ((fields.eventId - 1001) % 1000 % 8) {
-    case 0:
-        fields.values
-            = number(1, 1) + number(quint64(dice.below(1000)), 4) + real(11.5) + sized(text(40));
-        break;
-    case 1:
-        fields.values = sized(text(dice.chance(5) ? 3000 : 200));
-        break;
-    case 2:
-        break;
-    case 3:
-        fields.values
-            = dice.chance(50) ? number(3, 2) + number(7, 4) : number(8, 2) + sized(text(20));
-        break;
-    case 4:
-        fields.values = number(quint64(dice.bits()) >> 33, 8) + "A";
-        break;
-    case 5:
-        fields.values = (dice.chance(50) ? number(2, 1) : number(2, 4)) + sized(text(20))
-            + (dice.chance(50) ? number(7, 4) : QByteArray());
-        break;
-    case 6:
-        fields.values = sized(text(9));
-        break;
+    return true;
+}
+
+//! A text that is full of what looks like ends of records.
+QByteArray TrueLog::hostileText()
+{
+    QByteArray hostile = text(30);
+    for (int i = dice.below(60); i > 0; --i) {
+        hostile += '\n';
+        hostile += char(dice.between(33, 126));
+        hostile += char(dice.between(1, 3));
+        hostile += "/a/b";
+    }
+    return hostile;
+}
+
+QByteArray TrueLog::values(int eventId)
+{
+    switch (eventId) {
+    case 1001:
+        return number(1, 1) + number(quint64(dice.below(1000)), 4) + real(11.5) + sized(text(40));
+    case 1002:
+        return sized(text(dice.chance(5) ? 3000 : 200));
+    case 1003:
+        return {};
+    case 1004:
+        return dice.chance(50) ? number(3, 2) + number(7, 4) : number(8, 2) + sized(text(20));
+    case 1005:
+        return number(dice.bits() >> 33, 8) + "A";
+    case 1006: {
+        QByteArray some = dice.chance(50) ? number(2, 1) : number(2, 4);
+        some += sized(text(20));
+        return dice.chance(50) ? some + number(7, 4) : some;
+    }
+    case 1007:
+        return sized(text(9));
     default:
-        fields.values = number(9, 4);
+        return number(9, 4);
     }
-    return RecordBytes::record(fields);
 }
 
 QByteArray TrueLog::original(size_t index) const

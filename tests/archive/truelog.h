@@ -3,6 +3,7 @@
 
 #include "../reader/dice.h"
 #include "catalog/systemeventcatalogue.h"
+#include "support/recordbytes.h"
 
 #include <QByteArray>
 #include <QList>
@@ -68,6 +69,9 @@ private:
 
     static std::vector<Byte> strangers(const QByteArray &bytes);
     QByteArray record(Content content);
+    bool makeSpecial(Content content, RecordBytes::Fields &fields);
+    QByteArray hostileText();
+    QByteArray values(int eventId);
     QByteArray spelt();
     QByteArray text(int most);
 

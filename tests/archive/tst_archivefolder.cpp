@@ -386,7 +386,7 @@ void ArchiveFolderTest::largeFiles()
     const LogFolder folder;
     QByteArray file = records(1, count);
     const int size = int(record(1).size());
-    QVERIFY(file.size() > 3 * 1048576);
+    QVERIFY(file.size() > 3000000);
     if (damagedAt >= 0) {
         file[(damagedAt + 1) * size - 1] = 'x';
     }
@@ -536,7 +536,8 @@ void ArchiveFolderTest::slowFiles_data()
         return repeated(nested);
     }();
     QTest::newRow("heads, and ends that make a candidate with each of them") << [&] {
-        QByteArray file = repeated(head).left(65000 / int(head.size()) * int(head.size()));
+        constexpr int heads = 65000; // bytes of them
+        QByteArray file = repeated(head).left(heads - heads % int(head.size()));
         for (int i = 0; file.size() < size; ++i) {
             const int begin = i * int(head.size()) % 60000;
             file += '\n' + number(quint64(file.size() + 1 - begin), 2);

@@ -137,9 +137,9 @@ void several(TrueLog &log, Dice &dice)
     }
 }
 
-const std::vector<Kind> &kinds()
+std::vector<Kind> bitKinds()
 {
-    static const std::vector<Kind> all{
+    return {
         {"a bit of a log number", flipBetween(0, 8)},
         {"a bit of a time stamp", flipBetween(8, 20)},
         {"a bit of the padding", flipBetween(20, 24)},
@@ -148,6 +148,12 @@ const std::vector<Kind> &kinds()
         {"a bit of the values", flipBetween(31, -3)},
         {"a bit of an end mark", flipBetween(-3, -2)},
         {"a bit of a length field", flipBetween(-2, 0)},
+    };
+}
+
+std::vector<Kind> endKinds()
+{
+    return {
         {"cut off", cut},
         {"cut off, and zeros to the end of the page",
          [](TrueLog &log, Dice &dice) {
@@ -169,6 +175,12 @@ const std::vector<Kind> &kinds()
          }},
         {"the beginning missing",
          [](TrueLog &log, Dice &dice) { log.remove(0, anyPlace(log, dice)); }},
+    };
+}
+
+std::vector<Kind> pieceKinds()
+{
+    return {
         {"a page of zeros", zeroPage},
         {"a page of random bytes",
          [](TrueLog &log, Dice &dice) {
@@ -202,8 +214,19 @@ const std::vector<Kind> &kinds()
          true},
         {"the file repeated",
          [](TrueLog &log, Dice & /*dice*/) { log.copy(0, log.size(), log.size()); }, true},
-        {"several damages at once", several},
     };
+}
+
+const std::vector<Kind> &kinds()
+{
+    static const std::vector<Kind> all = [] {
+        std::vector<Kind> joined;
+        for (const std::vector<Kind> &some : {bitKinds(), endKinds(), pieceKinds()}) {
+            joined.insert(joined.end(), some.begin(), some.end());
+        }
+        joined.push_back({"several damages at once", several});
+        return joined;
+    }();
     return all;
 }
 
