@@ -233,7 +233,9 @@ void Search::addRecord(const Chain &before, qint32 from, const Candidate &candid
     } else if (candidate.fit == Fit::Broken) {
         state.cost += brokenTextCost;
     }
-    if (candidate.fit != Fit::Exact) {
+    // No number follows the last record, but that a file ends with it says as much: hardly any
+    // wrong length happens to lead to the beginning of a record.
+    if (candidate.fit != Fit::Exact && !(isLast && candidate.end == size)) {
         state.owed = held(candidate);
     }
     if (state.owed > 0) {

@@ -283,6 +283,11 @@ void ArchiveFolderTest::forgedRecordsStayDead_data()
         };
         row("spelt in doubles", QByteArray(5, 'x') + record(forged) + QByteArray(3, 'y'));
         row("spelt in doubles, twice", record(forged) + record(forged + 1) + QByteArray(3, 'y'));
+        row("spelt in doubles, forty in a row", records(forged, forged + 39) + "12345");
+        // What is in front of them looks like a record of its own.
+        const int shortened = 28 + 2 + 13 + 4 + 1;
+        row("spelt in doubles, behind an end",
+            '\n' + number(quint64(shortened), 2) + records(forged, forged + 39) + "12345");
         row("spelt in doubles, up to the end", record(forged));
         row("spelt in doubles, with texts", record(forged, textEvent, sized("forged")) + "12345");
         // The record's own end mark follows.
