@@ -9,6 +9,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <unistd.h>
+
 //! A line of /proc/PID/status in KiB: "VmRSS" is what is used now, "VmHWM" the peak.
 inline int memoryOf(qint64 process, const QByteArray &line)
 {
@@ -23,6 +25,19 @@ inline int memoryOf(qint64 process, const QByteArray &line)
         }
     }
     return -1;
+}
+
+//! The processor time that a process has used, in milliseconds.
+inline qint64 processorTimeOf(qint64 process)
+{
+    QFile stat("/proc/%1/stat"_s.arg(process));
+    if (!stat.open(QIODevice::ReadOnly)) {
+        return -1;
+    }
+    // Behind the name, which may hold anything: user and system time are the 12th and 13th.
+    const QList<QByteArray> fields = stat.readAll().split(')').last().simplified().split(' ');
+    return (fields.value(11).toLongLong() + fields.value(12).toLongLong()) * 1000
+        / sysconf(_SC_CLK_TCK);
 }
 
 //! Has the peak begin anew at what is used now.
