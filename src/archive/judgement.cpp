@@ -37,17 +37,34 @@ public:
     }
 
 private:
+    //! The next record that tells its number and that a piece touches; the end without one.
+    [[nodiscard]] size_t nextNumbered(size_t index) const
+    {
+        do {
+            ++index;
+        } while (index < pieces.size() && pieces[index].isRecord && !isNumbered(pieces[index]));
+        return index;
+    }
+
+    [[nodiscard]] bool isNumberedAt(size_t index) const
+    {
+        return index < pieces.size() && pieces[index].isRecord;
+    }
+
     void check(size_t index)
     {
         Piece &piece = pieces[index];
-        size_t next = index + 1;
-        while (next < pieces.size() && pieces[next].isRecord && !isNumbered(pieces[next])) {
-            ++next;
-        }
+        const size_t next = nextNumbered(index);
         bool isWrong = false;
-        if (next < pieces.size() && pieces[next].isRecord) {
+        if (isNumberedAt(next)) {
+            // Of two that are the same nobody can tell which one is right.
             const quint64 behind = pieces[next].logNr;
-            isWrong = before < behind && (piece.logNr <= before || piece.logNr >= behind);
+            isWrong = before < behind && (piece.logNr < before || piece.logNr > behind);
+            const size_t afterNext = nextNumbered(next);
+            if (before == 0 && isNumberedAt(afterNext)) {
+                // Of the first two the one is right that is nearer to the third.
+                isWrong = isWrong && piece.logNr >= pieces[afterNext].logNr;
+            }
         } else if (next == pieces.size() && isLast && before != 0) {
             isWrong = piece.logNr <= before || piece.logNr > before + ChainSearch::farthestNumber;
         }

@@ -237,6 +237,14 @@ void ArchiveFolderTest::judgement_data()
         << around(withByte(two, 3, 1))
         << "1\n%1 damaged: a record whose number, time or path is damaged"_s.arg((1 << 24) + 2)
             + behind;
+    QTest::newRow("a wrong number behind the first record")
+        << record(40) + record(7) + records(42, 46)
+        << "40\n7 damaged: a record whose number, time or path is damaged\n"_s + linesOf(42, 46);
+    QTest::newRow("a wrong first number")
+        << record(90) + records(41, 46)
+        << "90 damaged: a record whose number, time or path is damaged\n"_s + linesOf(41, 46);
+    QTest::newRow("records that are there twice are whole")
+        << records(1, 2) + record(2) + records(4, 6) << "1\n2\n2\n"_s + linesOf(4, 6);
     QTest::newRow("a last number far from the one before") << records(1, 3) + record(4 + (1 << 21))
                                                            << linesOf(1, 3)
             + "\n%1 damaged: a record whose number, time or path is damaged"_s.arg(4 + (1 << 21));
