@@ -10,6 +10,7 @@
 #include "support/recordbytes.h"
 #include "support/testbus.h"
 
+#include <QDBusVariant>
 #include <QTest>
 
 #include <cstdio>
@@ -38,6 +39,11 @@ QByteArray catalogue()
     return Device::catalogue().replace("</service>", events + "</service>");
 }
 
+QVariant variant(const QVariant &value)
+{
+    return QVariant::fromValue(QDBusVariant(value));
+}
+
 //! What a status service can send; the daemon cannot store all of it.
 QVariantList sentValues(int round)
 {
@@ -56,10 +62,10 @@ QVariantList sentValues(int round)
             QVariant::fromValue<uchar>(200),
             QVariant::fromValue<short>(-5),
             QByteArray("\x80\xff"),
-            wrapped(round),
-            wrapped("x"_s),
-            wrapped(wrapped(5)),
-            wrapped(2.5)};
+            variant(round),
+            variant("x"_s),
+            variant(variant(5)),
+            variant(2.5)};
 }
 
 //! The files of the log from the oldest to the current one.

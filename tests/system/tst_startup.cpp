@@ -253,6 +253,9 @@ void StartupTest::standardDescriptorsMayBeMissing()
 {
     QFETCH(QString, redirections);
     QFETCH(QList<int>, missing);
+    if (qgetenv("SEL_DAEMON").endsWith("emulated-daemon")) {
+        QSKIP("the emulator opens descriptors of its own first");
+    }
     const SyslogSocket syslog;
     device->launch(redirections);
     QTRY_VERIFY_WITH_TIMEOUT(device->isServing() || !device->isRunning(), busPatience);
