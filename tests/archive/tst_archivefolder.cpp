@@ -201,6 +201,7 @@ void ArchiveFolderTest::otherNamesAreNamed()
     QCOMPARE(archive.files().size(), size_t(1));
 }
 
+// NOLINTNEXTLINE(readability-function-size): a table
 void ArchiveFolderTest::judgement_data()
 {
     QTest::addColumn<QByteArray>("file");
