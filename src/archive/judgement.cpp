@@ -66,7 +66,7 @@ private:
                 isWrong = isWrong && piece.logNr >= pieces[afterNext].logNr;
             }
         } else if (next == pieces.size() && isLast && before != 0) {
-            isWrong = piece.logNr <= before || piece.logNr > before + ChainSearch::farthestNumber;
+            isWrong = piece.logNr < before || piece.logNr > before + ChainSearch::farthestNumber;
         }
         if (isWrong) {
             piece.state = State::Damaged;

@@ -29,8 +29,9 @@ QByteArray fileNameOf(int index)
 
 bool RepairResult::isWell() const
 {
-    return std::all_of(steps.begin(), steps.end(),
-                       [](const RepairStep &step) { return step.action != RepairAction::Leave; });
+    return std::all_of(steps.begin(), steps.end(), [](const RepairStep &step) {
+        return step.obstacle == RepairObstacle::None;
+    });
 }
 
 Repair::Repair(const Folder &opened, RepairDisk &used, RepairLimits most)
@@ -52,11 +53,13 @@ RepairResult Repair::plan()
 RepairResult Repair::run()
 {
     planAll();
+    bool hasFailed = false;
     for (Job &job : jobs) {
         if (job.step.action != RepairAction::Leave) {
             job.step.error = carryOut(job);
         }
         if (job.step.error != 0 && job.step.action != RepairAction::Leave) {
+            hasFailed = true;
             job.step.action = RepairAction::Leave;
             job.step.obstacle = RepairObstacle::Failed;
             result.readAfter -= job.step.readAfter - job.step.readBefore;
@@ -66,17 +69,34 @@ RepairResult Repair::run()
         }
         result.steps.push_back(job.step);
     }
+    if (hasFailed) {
+        result.nextAfter = presentNext();
+    }
     return result;
+}
+
+//! The number that the daemon would go on with behind the files as they stand.
+quint64 Repair::presentNext() const
+{
+    const std::vector<ListedFile> &files = folder.files();
+    for (auto file = files.rbegin(); file != files.rend(); ++file) {
+        const FileBytes bytes(directory.get(), fileNameOf(file->index));
+        const qint64 size = bytes.isOpen() ? qint64(bytes.status().st_size) : 0;
+        if (size > 0) {
+            return DaemonWalk(bytes, size).lastLogNr() + 1;
+        }
+    }
+    return 1;
 }
 
 void Repair::planAll()
 {
     result = {};
     jobs.clear();
-    hasNext = false;
     hasNewest = false;
     directory = openFolder(folder.path());
     kept = std::make_unique<Quarantine>(directory.get(), limits);
+    result.nextBefore = presentNext();
     const std::vector<ListedFile> &files = folder.files();
     for (auto file = files.rbegin(); file != files.rend(); ++file) {
         planFile(*file);
@@ -107,10 +127,6 @@ void Repair::planFile(const ListedFile &file)
     }
     result.readBefore += job.step.readBefore;
     result.readAfter += job.step.readAfter;
-    if (!hasNext && survey.size > 0) {
-        hasNext = true;
-        result.nextBefore = nextNumber(job, {{0, survey.size}});
-    }
     if (!hasNewest && job.step.newSize > 0) {
         hasNewest = true;
         const bool isChanged = job.step.action != RepairAction::Leave;
@@ -158,6 +174,7 @@ void Repair::decide(Job &job, const FileSurvey &survey)
         }
     }
     // The next number comes from the end of the file: that at least.
+    job.left = survey.damagedAt < survey.goodEnd ? job.step.obstacle : RepairObstacle::None;
     job.content = {{0, survey.goodEnd}};
     job.step.readAfter = survey.goodRecords;
     const bool isSafe = !survey.isNoted || keepsReadable(job, survey, bytes);
@@ -180,6 +197,7 @@ bool Repair::findContent(Job &job, const FileSurvey &survey, const QByteArray &b
         if (!folder.visit(job.step.file, FileBytes(mended), qint64(mended.size()), again)) {
             return false;
         }
+        job.left = again.damagedAt < 0 ? RepairObstacle::None : RepairObstacle::Record;
         if (again.damagedAt < 0 || again.goodPrefix == again.size
             || (again.goodEnd == 0 && hasNewest)) {
             return true;
@@ -261,7 +279,7 @@ bool Repair::keep(Job &job, RepairAction action, const QByteArray &name, const Q
         return false;
     }
     job.step.action = action;
-    job.step.obstacle = RepairObstacle::None;
+    job.step.obstacle = job.left;
     job.step.keptAs = QFile::decodeName(Quarantine::folderName() + QByteArray("/") + name);
     job.step.newSize = sizeOf(job.content);
     return true;

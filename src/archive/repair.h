@@ -37,14 +37,14 @@ enum class RepairObstacle : quint8 {
 struct RepairStep {
     int file = 0; //!< index
     RepairAction action = RepairAction::Leave;
-    RepairObstacle obstacle = RepairObstacle::None;
-    int error = 0;             //!< errno
-    qint64 size = 0;           //!< before
-    qint64 newSize = 0;        //!< after
-    qint64 damagedAt = 0;      //!< where the first damage is
-    Fault fault = Fault::None; //!< which
-    quint64 records = 0;       //!< that are whole or likely
-    quint64 readBefore = 0;    //!< of them by the daemon
+    RepairObstacle obstacle = RepairObstacle::None; //!< also to the rest of a mended file
+    int error = 0;                                  //!< errno
+    qint64 size = 0;                                //!< before
+    qint64 newSize = 0;                             //!< after
+    qint64 damagedAt = 0;                           //!< where the first damage is
+    Fault fault = Fault::None;                      //!< which
+    quint64 records = 0;                            //!< that are whole or likely
+    quint64 readBefore = 0;                         //!< of them by the daemon
     quint64 readAfter = 0;
     QString keptAs; //!< where what is taken out is kept, from the folder; empty: nothing is
 };
@@ -58,7 +58,7 @@ struct RepairResult {
 
     //! Nothing is or was wrong.
     [[nodiscard]] bool wasHealthy() const { return steps.empty(); }
-    //! Nothing is left that could not be mended.
+    //! Nothing is left that could not be mended, in the files that were mended either.
     [[nodiscard]] bool isWell() const;
 };
 
@@ -97,11 +97,13 @@ private:
     struct Job {
         RepairStep step;
         FileIdentity identity;
-        std::vector<Range> content; //!< of what the file is to consist
+        std::vector<Range> content;                 //!< of what the file is to consist
+        RepairObstacle left = RepairObstacle::None; //!< why damage is left in that
     };
 
     void planAll();
     void planFile(const ListedFile &file);
+    [[nodiscard]] quint64 presentNext() const;
     [[nodiscard]] quint64 nextNumber(const Job &job, const std::vector<Range> &ranges) const;
     void decide(Job &job, const FileSurvey &survey);
     [[nodiscard]] bool findContent(Job &job, const FileSurvey &survey, const QByteArray &bytes);
@@ -123,8 +125,7 @@ private:
     Descriptor directory;
     std::vector<Job> jobs;
     RepairResult result;
-    bool hasNext = false;   //!< the file that the daemon goes on behind has been met
-    bool hasNewest = false; //!< and that with the last record that stays
+    bool hasNewest = false; //!< the file with the last record that stays has been met
     std::unique_ptr<Quarantine> kept;
 };
 

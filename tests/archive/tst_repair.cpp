@@ -190,6 +190,8 @@ private Q_SLOTS:
     void attributesStay();
     void tornEndIsCutOffAndKept();
     void wrongLastNumberIsNotGoneOnWith();
+    void numberThatIsThereTwiceIsNoDamage();
+    void damageLeftInAMendedFileIsTold();
     void fullQuarantineLeavesOlderFiles();
     void linksAreLeft();
     void nothingInDamagedIsChanged();
@@ -288,6 +290,7 @@ void RepairTest::failing()
             QCOMPARE(contentOf(folder).count("damaged/tmp"_s), size_t(0));
             const bool wasBad = failing.stepCount() >= bad;
             QCOMPARE(result.isWell(), !wasBad);
+            QCOMPARE(result.nextAfter, plan(folder).nextBefore);
             BadDisk again;
             QVERIFY(repair(folder, again).isWell());
             for (int i = 0; i < int(files.size()); ++i) {
@@ -393,6 +396,41 @@ void RepairTest::wrongLastNumberIsNotGoneOnWith()
         QCOMPARE(result.nextAfter, quint64(6));
         QCOMPARE(folder.content(0), records(1, 5));
     }
+}
+
+void RepairTest::numberThatIsThereTwiceIsNoDamage()
+{
+    for (const QByteArray &end : {records(5, 5), records(5, 6), records(5, 5) + records(5, 5)}) {
+        const LogFolder folder;
+        folder.put(0, records(1, 5) + end);
+        BadDisk disk;
+        const RepairResult result = repair(folder, disk);
+        QVERIFY(result.wasHealthy());
+        QCOMPARE(disk.stepCount(), 0);
+        QCOMPARE(result.nextAfter, result.nextBefore);
+    }
+}
+
+void RepairTest::damageLeftInAMendedFileIsTold()
+{
+    QByteArray badPath = RecordBytes::record(3);
+    badPath[30] = char(badPath[30] ^ 0x80);
+    const LogFolder folder;
+    folder.put(0, records(1, 2) + badPath + records(4, 9) + records(10, 10).left(30));
+    BadDisk disk;
+    const RepairResult first = repair(folder, disk);
+    QCOMPARE(first.steps.size(), size_t(1));
+    QCOMPARE(first.steps[0].action, RepairAction::CutEnd);
+    QCOMPARE(first.steps[0].obstacle, RepairObstacle::Record);
+    QVERIFY(!first.isWell());
+    QCOMPARE(folder.content(0), records(1, 2) + badPath + records(4, 9));
+
+    BadDisk again;
+    const RepairResult second = repair(folder, again);
+    QCOMPARE(again.stepCount(), 0);
+    QCOMPARE(second.steps[0].action, RepairAction::Leave);
+    QCOMPARE(second.steps[0].obstacle, RepairObstacle::Record);
+    QVERIFY(!second.isWell());
 }
 
 void RepairTest::fullQuarantineLeavesOlderFiles()
