@@ -246,6 +246,8 @@ void ArchiveFolderTest::judgement_data()
         << "90 damaged: a record whose number, time or path is damaged\n"_s + linesOf(41, 46);
     QTest::newRow("records that are there twice are whole")
         << records(1, 2) + record(2) + records(4, 6) << "1\n2\n2\n"_s + linesOf(4, 6);
+    QTest::newRow("a last record that is there twice is whole")
+        << records(1, 4) + record(4) << linesOf(1, 4) + "\n4"_s;
     QTest::newRow("a last number far from the one before") << records(1, 3) + record(4 + (1 << 21))
                                                            << linesOf(1, 3)
             + "\n%1 damaged: a record whose number, time or path is damaged"_s.arg(4 + (1 << 21));
@@ -264,6 +266,11 @@ void ArchiveFolderTest::judgement_data()
         << linesOf(1, 4)
             + "\nlost 5: bytes that are no record\n6\n7\nlost 5: bytes that are no record\n"_s
             + linesOf(9, 12);
+    QTest::newRow("records between two damages, whose numbers reach those at the end")
+        << records(1, 4) + "xxxxx" + records(9, 10) + "yyyyy" + records(6, 7)
+        << linesOf(1, 4)
+            + "\nlost 5: bytes that are no record\n9 likely\n10 likely\n"
+              "lost 5: bytes that are no record\n6\n7"_s;
     QTest::newRow("records that were moved are whole, where they are several in a row")
         << records(1, 4) + "xxxxx" + records(30, 34) + "yyyyy" + records(9, 12)
         << linesOf(1, 4) + "\nlost 5: bytes that are no record\n"_s + linesOf(30, 34)

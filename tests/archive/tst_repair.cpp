@@ -455,7 +455,8 @@ void RepairTest::fullQuarantineLeavesOlderFiles()
     QCOMPARE(repair(folder, disk, {2, 1 << 20}).steps.size(), size_t(2));
     const qint64 both = qint64(2 * brokenRecords(100, 109).size());
     QVERIFY(!repair(folder, disk, {16, both}).isWell());
-    QVERIFY(repair(folder, disk, {16, 3 * both}).isWell());
+    QVERIFY(!repair(folder, disk, {16, 2 * both - 1}).isWell());
+    QVERIFY(repair(folder, disk, {16, 2 * both}).isWell());
 }
 
 void RepairTest::linksAreLeft()
