@@ -2,6 +2,7 @@
 #include "ctl/ctlprocess.h"
 
 #include "support/literals.h"
+#include "support/recordbytes.h"
 
 #include <QJsonDocument>
 #include <QProcess>
@@ -110,4 +111,22 @@ QString testCatalogue()
         qFatal("cannot write a catalogue");
     }
     return file.fileName();
+}
+
+QByteArray message(quint64 logNr, const QByteArray &text)
+{
+    RecordBytes::Fields fields;
+    fields.logNr = logNr;
+    fields.eventId = 9;
+    fields.values = RecordBytes::sized(text);
+    return RecordBytes::record(fields);
+}
+
+QByteArray messages(quint64 from, quint64 to, int textSize)
+{
+    QByteArray bytes;
+    for (quint64 i = from; i <= to; ++i) {
+        bytes += message(i, QByteArray::number(i).rightJustified(textSize, '.'));
+    }
+    return bytes;
 }

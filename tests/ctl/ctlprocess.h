@@ -25,3 +25,7 @@ CtlRun runShell(const QString &line);
 
 //! A catalogue in a file of its own, with the events that the tests store.
 QString testCatalogue();
+//! A record of its event 9, which has a text.
+QByteArray message(quint64 logNr, const QByteArray &text);
+//! Such records from a number to another, both included; each has its number as text.
+QByteArray messages(quint64 from, quint64 to, int textSize = 40);

@@ -6,7 +6,6 @@
 #include "ctl/ctlprocess.h"
 #include "support/literals.h"
 #include "support/logfolder.h"
-#include "support/recordbytes.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
@@ -15,30 +14,8 @@
 
 #include <csignal>
 
-using RecordBytes::Fields;
-using RecordBytes::record;
-using RecordBytes::sized;
-
 namespace
 {
-
-QByteArray message(quint64 logNr, const QByteArray &text)
-{
-    Fields fields;
-    fields.logNr = logNr;
-    fields.eventId = 9;
-    fields.values = sized(text);
-    return record(fields);
-}
-
-QByteArray messages(quint64 from, quint64 to, int size = 40)
-{
-    QByteArray bytes;
-    for (quint64 i = from; i <= to; ++i) {
-        bytes += message(i, QByteArray::number(i).rightJustified(size, '.'));
-    }
-    return bytes;
-}
 
 CtlRun salvageTo(const QString &target, const LogFolder &folder)
 {

@@ -6,7 +6,6 @@
 #include "ctl/ctlprocess.h"
 #include "support/literals.h"
 #include "support/logfolder.h"
-#include "support/recordbytes.h"
 
 #include <QFileInfo>
 #include <QTest>
@@ -15,36 +14,8 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-using RecordBytes::Fields;
-using RecordBytes::record;
-using RecordBytes::sized;
-
 namespace
 {
-
-QByteArray message(quint64 logNr)
-{
-    Fields fields;
-    fields.logNr = logNr;
-    fields.eventId = 9;
-    fields.values = sized("number " + QByteArray::number(logNr));
-    return record(fields);
-}
-
-QByteArray messages(quint64 from, quint64 to)
-{
-    QByteArray bytes;
-    for (quint64 i = from; i <= to; ++i) {
-        bytes += message(i);
-    }
-    return bytes;
-}
-
-QByteArray content(const LogFolder &folder, int index)
-{
-    QFile file(folder.path(LogFolder::name(index)));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 CtlRun repair(const LogFolder &folder, const QStringList &more = {})
 {
@@ -56,7 +27,7 @@ CtlRun repair(const LogFolder &folder, const QStringList &more = {})
 void fillDamaged(const LogFolder &folder)
 {
     folder.put(1, messages(1, 10) + QByteArray(65, '\0') + messages(12, 20));
-    folder.put(0, messages(21, 30) + message(31).left(45));
+    folder.put(0, messages(21, 30) + message(31, "torn").left(45));
 }
 
 } // namespace
@@ -115,8 +86,8 @@ void CtlRepairTest::mended()
     QCOMPARE(summary.value("readBefore"_s).toInt(), 9);
     QCOMPARE(summary.value("readAfter"_s).toInt(), 29);
     QCOMPARE(summary.value("nextAfter"_s).toString(), "31"_s);
-    QCOMPARE(content(folder, 1), messages(1, 10) + messages(12, 20));
-    QCOMPARE(content(folder, 0), messages(21, 30));
+    QCOMPARE(folder.content(1), messages(1, 10) + messages(12, 20));
+    QCOMPARE(folder.content(0), messages(21, 30));
     for (int i = 0; i < 2; ++i) {
         const QFileInfo kept(folder.path(objects[i].value("keptAs"_s).toString()));
         QVERIFY2(kept.isFile(), qPrintable(kept.filePath()));
@@ -130,10 +101,10 @@ void CtlRepairTest::dryRun()
 {
     LogFolder folder;
     fillDamaged(folder);
-    const QByteArray before = content(folder, 0) + content(folder, 1);
+    const QByteArray before = folder.content(0) + folder.content(1);
     const CtlRun run = repair(folder, {"--dry-run"_s, "-o"_s, "json"_s});
     QCOMPARE(run.status, 3);
-    QCOMPARE(content(folder, 0) + content(folder, 1), before);
+    QCOMPARE(folder.content(0) + folder.content(1), before);
     QCOMPARE(folder.dir().entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 2);
     // All but the word that says so is what the real run says.
     const CtlRun real = repair(folder, {"-o"_s, "json"_s});
@@ -168,18 +139,18 @@ void CtlRepairTest::left()
     for (int i = 0; i < 16; ++i) {
         folder.put("damaged/other%1"_s.arg(i), "kept");
     }
-    const QByteArray before = content(folder, 0) + content(folder, 1);
+    const QByteArray before = folder.content(0) + folder.content(1);
     const CtlRun run = repair(folder);
     QCOMPARE(run.status, 3);
     QVERIFY(run.out.contains("move its files elsewhere and run this again"));
-    QVERIFY(content(folder, 0) + content(folder, 1) == before);
+    QVERIFY(folder.content(0) + folder.content(1) == before);
 }
 
 void CtlRepairTest::refusals()
 {
     LogFolder folder;
     fillDamaged(folder);
-    const QByteArray before = content(folder, 0);
+    const QByteArray before = folder.content(0);
     const int daemon = open(qPrintable(folder.dir().path()), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     QCOMPARE(flock(daemon, LOCK_EX | LOCK_NB), 0);
     for (const QStringList &more : {QStringList(), QStringList{"--dry-run"_s}}) {
@@ -188,7 +159,7 @@ void CtlRepairTest::refusals()
         QCOMPARE(run.out, QByteArray());
         QVERIFY(run.errors.contains("another process writes there; stop the daemon first"));
     }
-    QCOMPARE(content(folder, 0), before);
+    QCOMPARE(folder.content(0), before);
     close(daemon);
     QCOMPARE(repair(folder).status, 0);
 
@@ -203,7 +174,7 @@ void CtlRepairTest::timeLimit()
     LogFolder folder;
     QByteArray wild;
     for (int i = 0; i < 150000; ++i) {
-        wild += message(quint64(i * 7919 % 1000 + 1)).left(20 + i % 40);
+        wild += message(quint64(i * 7919 % 1000 + 1), "number 1234").left(20 + i % 40);
     }
     for (int i = 0; i < 20; ++i) {
         folder.put(i, messages(1, 5) + wild);

@@ -34,11 +34,6 @@ QByteArray recordOf(quint64 logNr, qint32 eventId, const QByteArray &values)
     return record(fields);
 }
 
-QByteArray message(quint64 logNr, const QByteArray &text)
-{
-    return recordOf(logNr, 9, sized(text));
-}
-
 QByteArray real(double value)
 {
     QByteArray bytes(8, '\0');
@@ -212,7 +207,7 @@ void CtlSalvageTest::messagesAreTheReaders()
 {
     SystemeventCatalogue catalogue;
     QVERIFY(catalogue.load(testCatalogue()));
-    // What the framework says of texts without a placeholder is not looked at.
+    // What Qt says of texts without a placeholder is not looked at.
     const QtMessageHandler handler
         = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
     Dice dice(5, 0);

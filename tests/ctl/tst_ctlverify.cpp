@@ -7,37 +7,14 @@
 #include "ctl/ctlprocess.h"
 #include "support/literals.h"
 #include "support/logfolder.h"
-#include "support/recordbytes.h"
 
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QProcess>
 #include <QTest>
 
-using RecordBytes::Fields;
-using RecordBytes::record;
-using RecordBytes::sized;
-
 namespace
 {
-
-QByteArray message(quint64 logNr)
-{
-    Fields fields;
-    fields.logNr = logNr;
-    fields.eventId = 9;
-    fields.values = sized("number " + QByteArray::number(logNr));
-    return record(fields);
-}
-
-QByteArray messages(quint64 from, quint64 to)
-{
-    QByteArray bytes;
-    for (quint64 i = from; i <= to; ++i) {
-        bytes += message(i);
-    }
-    return bytes;
-}
 
 QStringList verifyArguments(const LogFolder &folder, const QStringList &more)
 {
@@ -148,7 +125,7 @@ void CtlVerifyTest::textForPeople()
 {
     LogFolder folder;
     folder.put(1, messages((1ULL << 52), (1ULL << 52) + 4));
-    folder.put(0, messages((1ULL << 52) + 8, (1ULL << 52) + 12) + message(7).left(35));
+    folder.put(0, messages((1ULL << 52) + 8, (1ULL << 52) + 12) + message(7, "torn").left(35));
     const CtlRun run = verify(folder, {});
     QCOMPARE(run.status, 3);
     QVERIFY(run.out.contains("zib1.log: "));
