@@ -32,6 +32,12 @@ constexpr size_t mostSplit = 262144;
 //! Numbers that began again more often than this come in some order.
 constexpr size_t mostLanes = 32;
 
+//! Whether the length that a record stores is not its own.
+bool isLong(qint64 recordLength)
+{
+    return recordLength - LogFormat::trailerSize >= LogFormat::lengthModulus;
+}
+
 Archive::FileIdentity identityOf(int descriptor)
 {
     struct stat status {
@@ -218,6 +224,11 @@ CleanSet::Refusal CleanSet::prepare()
     return {};
 }
 
+bool CleanSet::Bundle::isLongRecord() const
+{
+    return records == 1 && isLong(end - begin);
+}
+
 void CleanSet::add(const Archive::Place &place, quint64 logNr)
 {
     const size_t file = files.size() - 1;
@@ -225,7 +236,8 @@ void CleanSet::add(const Archive::Place &place, quint64 logNr)
         Bundle &bundle = bundles.back();
         const bool mayGap = bundles.size() >= mostSplit;
         if (bundle.file == file && bundle.end == place.offset && logNr > bundle.last
-            && (mayGap || logNr == bundle.last + 1) && bundle.end - bundle.begin < bundleSize) {
+            && (mayGap || logNr == bundle.last + 1) && bundle.end - bundle.begin < bundleSize
+            && !isLong(place.length)) {
             bundle.end = place.end();
             bundle.last = logNr;
             ++bundle.records;
@@ -310,7 +322,8 @@ CleanSet::Result CleanSet::write(const Interruption &interruption)
                                      .arg(Messages::filePath(source, files[bundle.file].index));
                 return result;
             }
-            isNewFile = isNewFile || workshop.isFileFull() || bundle.first <= last;
+            isNewFile = isNewFile || workshop.isFileFull() || bundle.first <= last
+                || bundle.isLongRecord();
             if ((isNewFile && !workshop.nextFile()) || !workshop.append(input.bytes)) {
                 result.failure = unwritable();
                 return result;

@@ -14,7 +14,8 @@
  * Writes records as a new set of log files, as the daemon would have made it: byte for
  * byte, in the order of their numbers, "zib0.log" the newest. Where numbers were given
  * twice, as after a start that did not know the last one, each run of them comes after the
- * other, with a file of its own.
+ * other, with a file of its own. A record of 64 KiB and more hides from the daemon what is
+ * in front of it in its file: it begins a file, too.
  *
  * The files stand in a folder of their own below the target until all are complete and on
  * disk; only then do they get their names.
@@ -60,6 +61,9 @@ private:
         quint64 first = 0;
         quint64 last = 0;
         quint64 records = 0;
+
+        //! It is one record, alone, whose length is stored wrong.
+        [[nodiscard]] bool isLongRecord() const;
     };
     //! Bundles one after another, by their indices; all numbers rise.
     using Lane = std::vector<size_t>;

@@ -3,7 +3,9 @@
 // What "salvage -O" writes: a set of log files that is healthy, holds every whole record
 // byte for byte, and appears all at once or not at all.
 
+#include "catalog/systemeventcatalogue.h"
 #include "ctl/ctlprocess.h"
+#include "reader/systemeventlogfilereader.h"
 #include "support/literals.h"
 #include "support/logfolder.h"
 
@@ -11,8 +13,10 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QTest>
+#include <QtEndian>
 
 #include <csignal>
+#include <memory>
 
 namespace
 {
@@ -38,6 +42,35 @@ QByteArray content(const QString &folder)
     return bytes;
 }
 
+//! The numbers with which a folder's files begin, the oldest file first.
+QList<int> firstNumbers(const QString &folder)
+{
+    QList<int> numbers;
+    for (auto i = QDir(folder).entryList(QDir::Files).size() - 1; i >= 0; --i) {
+        QFile file(folder + "/zib%1.log"_s.arg(i));
+        const QByteArray begin = file.open(QIODevice::ReadOnly) ? file.read(8) : QByteArray();
+        numbers.append(begin.size() < 8 ? -1 : int(qFromLittleEndian<quint64>(begin.constData())));
+    }
+    return numbers;
+}
+
+//! The numbers up to the highest one of which the daemon's own reader shows the record.
+QList<int> shownNumbers(const QDir &folder, int highest)
+{
+    SystemeventCatalogue catalogue;
+    if (!catalogue.load(testCatalogue())) {
+        return {};
+    }
+    SystemeventLogfileReader reader(folder, &catalogue);
+    QList<int> numbers;
+    for (int i = 1; i <= highest; ++i) {
+        if (reader.jsonEntry(quint64(i), "en"_s).contains(".%1\""_s.arg(i))) {
+            numbers.append(i);
+        }
+    }
+    return numbers;
+}
+
 } // namespace
 
 class CtlCleanSetTest : public QObject
@@ -50,6 +83,8 @@ private Q_SLOTS:
     void filesAreOfTheDaemonsSize();
     void orderIsByNumber_data();
     void orderIsByNumber();
+    void longRecords_data();
+    void longRecords();
     void refusals();
     void wrongUsage();
     void interrupted();
@@ -129,6 +164,55 @@ void CtlCleanSetTest::orderIsByNumber()
     QVERIFY(content(target()) == wanted);
     const CtlRun check = runCtl({"verify"_s, "-D"_s, target(), "-C"_s, testCatalogue()});
     QVERIFY2(check.status == 0, check.out.constData());
+}
+
+void CtlCleanSetTest::longRecords_data()
+{
+    QTest::addColumn<int>("textSize");
+    QTest::addColumn<QList<int>>("longOnes");
+    QTest::addColumn<QList<int>>("wanted"); // with which files begin
+    QTest::addColumn<QList<int>>("hidden");
+
+    using Numbers = QList<int>;
+    QTest::newRow("nothing stands in front of them")
+        << 70000 << Numbers{10, 30, 31, 55, 81} << Numbers{1, 10, 30, 31, 55, 81}
+        << Numbers{10, 30, 31, 55, 81};
+    QTest::newRow("the first record may be one")
+        << 70000 << Numbers{1, 2} << Numbers{1, 2} << Numbers{1, 2};
+    QTest::newRow("one that fills a file stands alone")
+        << 200000 << Numbers{10} << Numbers{1, 10, 11} << Numbers{10};
+    QTest::newRow("they begin where the stored length begins again")
+        << 65490 << Numbers{10} << Numbers{1, 10} << Numbers{10};
+    QTest::newRow("a shorter one hides nothing") << 65489 << Numbers{10} << Numbers{1} << Numbers{};
+}
+
+void CtlCleanSetTest::longRecords()
+{
+    constexpr int count = 81;
+    QFETCH(int, textSize);
+    QFETCH(QList<int>, longOnes);
+    QFETCH(QList<int>, wanted);
+    QFETCH(QList<int>, hidden);
+    QByteArray bytes;
+    QList<int> shown;
+    for (int i = 1; i <= count; ++i) {
+        bytes += messages(quint64(i), quint64(i), longOnes.contains(i) ? textSize : 40);
+        if (!hidden.contains(i)) {
+            shown.append(i);
+        }
+    }
+    LogFolder folder;
+    folder.put(0, bytes);
+    const CtlRun run = salvageTo(target(), folder);
+    QVERIFY2(run.status == 0, run.errors.constData());
+    QVERIFY(content(target()) == bytes);
+    QCOMPARE(firstNumbers(target()), wanted);
+    QCOMPARE(shownNumbers(QDir(target()), count), shown);
+    const QList<int> before = shownNumbers(folder.dir(), count);
+    QVERIFY(!before.isEmpty() || hidden.contains(count));
+    for (const int number : before) {
+        QVERIFY2(shown.contains(number), qPrintable(QString::number(number)));
+    }
 }
 
 void CtlCleanSetTest::refusals()
