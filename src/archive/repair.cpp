@@ -125,6 +125,7 @@ void Repair::planFile(const ListedFile &file)
         decide(job, survey);
         jobs.push_back(job);
     }
+    result.records += job.step.records;
     result.readBefore += job.step.readBefore;
     result.readAfter += job.step.readAfter;
     if (!hasNewest && job.step.newSize > 0) {

@@ -51,7 +51,8 @@ struct RepairStep {
 
 struct RepairResult {
     std::vector<RepairStep> steps; //!< the newest file first
-    quint64 readBefore = 0;        //!< of all files
+    quint64 records = 0;           //!< of all files, whole or likely ones
+    quint64 readBefore = 0;        //!< of them by the daemon
     quint64 readAfter = 0;
     quint64 nextBefore = 1; //!< the number that the daemon would go on with
     quint64 nextAfter = 1;
