@@ -50,6 +50,12 @@ QString filePath(const QString &folder, int file)
     return folder.endsWith(QLatin1Char('/')) ? folder + name : folder + QLatin1Char('/') + name;
 }
 
+std::string counted(quint64 count, const char *what)
+{
+    std::string text = std::to_string(count) + ' ' + what;
+    return count == 1 ? text : text + 's';
+}
+
 void appendPrintable(std::string &out, std::string_view utf8)
 {
     const QString text = QString::fromUtf8(utf8.data(), int(utf8.size()));

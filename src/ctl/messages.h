@@ -6,16 +6,19 @@
 #include <string>
 #include <string_view>
 
-//! What is said to people on standard error.
+//! What is said to people.
 namespace Messages
 {
 
-//! One line, behind the name of the program.
+//! One line on standard error, behind the name of the program.
 void tell(const QString &text);
 //! What an errno means.
 QString errorText(int error);
 //! A file of a folder, as a message names it.
 QString filePath(const QString &folder, int file);
+
+//! How a count is spoken of: "1 record", "2 records".
+std::string counted(quint64 count, const char *what);
 
 //! A text for a terminal, on one line: control characters are shown as \\xNN or \\uNNNN.
 void appendPrintable(std::string &out, std::string_view utf8);

@@ -3,6 +3,7 @@
 
 #include "archive/repair.h"
 #include "archive/repairdisk.h"
+#include "ctl/advice.h"
 #include "ctl/busname.h"
 #include "ctl/jsonobject.h"
 #include "ctl/messages.h"
@@ -24,6 +25,7 @@ using Archive::RepairAction;
 using Archive::RepairObstacle;
 using Archive::RepairResult;
 using Archive::RepairStep;
+using Messages::counted;
 
 //! Why a file is left as it is, and what to do.
 std::string obstacleText(const RepairStep &step)
@@ -90,6 +92,7 @@ void appendResultObject(std::string &text, const RepairResult &result, bool dryR
     text += "{\"summary\":";
     JsonObject object(text);
     object.addFlag("dryRun", dryRun).addFlag("well", result.isWell());
+    object.addNumber("records", qint64(result.records));
     object.addNumber("readBefore", qint64(result.readBefore));
     object.addNumber("readAfter", qint64(result.readAfter));
     object.addLarge("nextBefore", result.nextBefore).addLarge("nextAfter", result.nextAfter);
@@ -125,9 +128,11 @@ void appendStepText(std::string &text, const RepairStep &step, bool dryRun)
     if (step.obstacle != RepairObstacle::None) {
         text += "  " + obstacleText(step) + '\n';
     }
-    text += "  the daemon shows " + std::to_string(step.readBefore) + " of its "
-        + std::to_string(step.records) + " records before, " + std::to_string(step.readAfter)
-        + " after\n";
+    if (step.records > 0) {
+        text += "  the daemon shows " + std::to_string(step.readBefore) + " of its "
+            + counted(step.records, "record") + " before, " + std::to_string(step.readAfter)
+            + " after\n";
+    }
     if (!step.keptAs.isEmpty()) {
         text += std::string(dryRun ? "  what is taken out would be kept as "
                                    : "  what was taken out is kept as ")
@@ -135,17 +140,36 @@ void appendStepText(std::string &text, const RepairStep &step, bool dryRun)
     }
 }
 
-void appendResultText(std::string &text, const RepairResult &result)
+std::string healthyText(const RepairResult &result)
+{
+    if (result.readBefore < result.records) {
+        return "Nothing is damaged: the daemon shows " + std::to_string(result.readBefore) + " of "
+            + counted(result.records, "record");
+    }
+    switch (result.records) {
+    case 0:
+        return "All is well: there are no records";
+    case 1:
+        return "All is well: the daemon shows the only record";
+    default:
+        return "All is well: the daemon shows all " + std::to_string(result.records) + " records";
+    }
+}
+
+void appendResultText(std::string &text, const RepairResult &result, const SourceChoice &source)
 {
     if (result.wasHealthy()) {
-        text += "All is well: the daemon shows all " + std::to_string(result.readBefore)
-            + " records, and the next number is " + std::to_string(result.nextBefore) + ".\n";
+        text += healthyText(result) + ", and the next number is "
+            + std::to_string(result.nextBefore) + ".\n";
+        if (result.readBefore < result.records) {
+            Advice::appendForHidden(text, source);
+        }
         return;
     }
-    text += "In all the daemon shows " + std::to_string(result.readBefore) + " records before, "
-        + std::to_string(result.readAfter) + " after.\nThe next number is "
-        + std::to_string(result.nextBefore) + " before, " + std::to_string(result.nextAfter)
-        + " after.\n";
+    text += "In all the daemon shows " + std::to_string(result.readBefore) + " of "
+        + counted(result.records, "record") + " before, " + std::to_string(result.readAfter)
+        + " after.\nThe next number is " + std::to_string(result.nextBefore) + " before, "
+        + std::to_string(result.nextAfter) + " after.\n";
 }
 
 void show(const Plan &plan, const RepairResult &result, OutputStream &out)
@@ -165,7 +189,7 @@ void show(const Plan &plan, const RepairResult &result, OutputStream &out)
     if (isJson) {
         appendResultObject(out.text(), result, plan.repair.dryRun);
     } else {
-        appendResultText(out.text(), result);
+        appendResultText(out.text(), result, plan.source);
     }
     out.wrote();
 }

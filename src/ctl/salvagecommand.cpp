@@ -179,12 +179,12 @@ void showResult(const Plan &plan, const CleanSet::Result &result, quint64 leftOu
         object.end();
         out.write("\n");
     } else if (!plan.output.isQuiet || leftOut > 0) {
-        std::string text = std::to_string(result.records) + " whole records written to ";
+        std::string text = Messages::counted(result.records, "whole record") + " written to ";
         const QByteArray folder = plan.salvage.folder.toUtf8();
         Messages::appendPrintable(text, {folder.constData(), size_t(folder.size())});
-        text += ", in " + std::to_string(result.files) + " files";
+        text += ", in " + Messages::counted(quint64(result.files), "file");
         if (leftOut > 0) {
-            text += "; " + std::to_string(leftOut) + " likely or damaged ones left out";
+            text += "; " + Messages::counted(leftOut, "likely or damaged one") + " left out";
         }
         out.write(text + '\n');
     }

@@ -2,6 +2,7 @@
 #include "ctl/verifycommand.h"
 
 #include "archive/folderreport.h"
+#include "ctl/advice.h"
 #include "ctl/jsonobject.h"
 #include "ctl/messages.h"
 #include "ctl/source.h"
@@ -17,18 +18,12 @@ namespace
 using Archive::FileReport;
 using Archive::FolderReport;
 using Archive::NumberRange;
+using Messages::counted;
 
 std::string timeOf(const Archive::RecordTime &time)
 {
     std::string text;
     return appendTime(text, time.seconds, time.microseconds) ? text : std::string("unknown");
-}
-
-//! How a count is spoken of: "1 record", "2 records".
-std::string counted(quint64 count, const char *what)
-{
-    std::string text = std::to_string(count) + ' ' + what;
-    return count == 1 ? text : text + 's';
 }
 
 class Reports
@@ -161,9 +156,23 @@ std::string shortList(const std::vector<NumberRange> &ranges)
         }
     }
     if (ranges.size() > most) {
-        text += " and " + std::to_string(ranges.size() - most) + " more ranges";
+        text += " and " + counted(ranges.size() - most, "more range");
     }
     return text;
+}
+
+//! The end of a sentence that begins with the number of records.
+std::string shownText(quint64 shown, quint64 records)
+{
+    switch (records) {
+    case 0:
+        return {};
+    case 1:
+        return shown == 1 ? "; the daemon shows it" : "; the daemon does not show it";
+    default:
+        return "; the daemon shows " + (shown == records ? "all" : std::to_string(shown))
+            + " of them";
+    }
 }
 
 class TextReports : public Reports
@@ -205,11 +214,8 @@ public:
         if (quiet && isWell) {
             return;
         }
-        out.write(
-            counted(quint64(folder.files), "file") + ", " + counted(folder.records, "record")
-            + "; the daemon shows "
-            + (folder.readByDaemon == folder.records ? "all" : std::to_string(folder.readByDaemon))
-            + " of them\n");
+        out.write(counted(quint64(folder.files), "file") + ", " + counted(folder.records, "record")
+                  + shownText(folder.readByDaemon, folder.records) + '\n');
         showNumbers("missing", folder.numbers.missing());
         showNumbers("repeated", folder.numbers.repeated());
         if (folder.numbers.isCut()) {
@@ -221,9 +227,15 @@ public:
             Messages::appendPrintable(line, {utf8.constData(), size_t(utf8.size())});
             out.write(line + '\n');
         }
-        if (!isWell) {
-            showAdvice();
+        if (isWell) {
+            return;
         }
+        if (folder.isDamaged || folder.error != 0) {
+            Advice::appendForDamage(out.text(), source);
+        } else {
+            Advice::appendForHidden(out.text(), source);
+        }
+        out.wrote();
     }
 
 private:
@@ -232,19 +244,6 @@ private:
         if (!ranges.empty()) {
             out.write(std::string(what) + " numbers: " + shortList(ranges) + '\n');
         }
-    }
-
-    void showAdvice()
-    {
-        std::string folder;
-        if (source.folderIsNamed) {
-            const QByteArray name = source.folder.toUtf8();
-            folder = " -D ";
-            Messages::appendPrintable(folder, {name.constData(), size_t(name.size())});
-        }
-        out.write("What to do:\n  systemeventctl salvage" + folder
-                  + "\n    prints all that can be read\n  systemeventctl repair --dry-run" + folder
-                  + "\n    says what can be mended, while the daemon is stopped\n");
     }
 
     const SourceChoice &source;

@@ -80,6 +80,8 @@ class CtlCleanSetTest : public QObject
 private Q_SLOTS:
     void init();
     void recordsAreKept();
+    void counts_data();
+    void counts();
     void filesAreOfTheDaemonsSize();
     void orderIsByNumber_data();
     void orderIsByNumber();
@@ -113,6 +115,41 @@ void CtlCleanSetTest::recordsAreKept()
     QCOMPARE(content(target()), messages(1, 20) + messages(22, 60));
     const CtlRun check = runCtl({"verify"_s, "-D"_s, target(), "-C"_s, testCatalogue()});
     QVERIFY2(check.status == 0, check.out.constData());
+}
+
+void CtlCleanSetTest::counts_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QByteArray>("records");
+    QTest::addColumn<QByteArray>("files");
+
+    const auto withoutEndMark = [](quint64 logNr) {
+        QByteArray bytes = messages(logNr, logNr);
+        bytes[bytes.size() - 3] = 'x';
+        return bytes;
+    };
+    QTest::newRow("one record is one") << messages(1, 1) << QByteArray("1 whole record written to ")
+                                       << QByteArray(", in 1 file\n");
+    QTest::newRow("so is one that is left out")
+        << messages(1, 1) + withoutEndMark(2) + messages(3, 3)
+        << QByteArray("2 whole records written to ")
+        << QByteArray(", in 1 file; 1 likely or damaged one left out\n");
+    QTest::newRow("two are ones") << messages(1, 1) + withoutEndMark(2) + withoutEndMark(3)
+            + messages(4, 4, 70000)
+                                  << QByteArray("2 whole records written to ")
+                                  << QByteArray(
+                                         ", in 2 files; 2 likely or damaged ones left out\n");
+}
+
+void CtlCleanSetTest::counts()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QByteArray, records);
+    QFETCH(QByteArray, files);
+    LogFolder folder;
+    folder.put(0, content);
+    const CtlRun run = salvageTo(target(), folder);
+    QCOMPARE(run.out, records + target().toUtf8() + files);
 }
 
 void CtlCleanSetTest::filesAreOfTheDaemonsSize()

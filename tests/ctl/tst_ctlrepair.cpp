@@ -38,9 +38,12 @@ class CtlRepairTest : public QObject
 
 private Q_SLOTS:
     void healthy();
+    void healthyText_data();
+    void healthyText();
     void mended();
     void dryRun();
     void textForPeople();
+    void singleRecords();
     void left();
     void refusals();
     void timeLimit();
@@ -66,6 +69,38 @@ void CtlRepairTest::healthy()
     QCOMPARE(folder.dir().entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 2);
 }
 
+void CtlRepairTest::healthyText_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QByteArray>("wanted");
+
+    QTest::newRow("no record is no fault")
+        << QByteArray()
+        << QByteArray("All is well: there are no records, and the next number is 1.\n");
+    QTest::newRow("one record is one")
+        << messages(5, 5)
+        << QByteArray("All is well: the daemon shows the only record, and the next number is 6.\n");
+    QTest::newRow("not all is well where records are hidden")
+        << messages(1, 11) + messages(12, 12, 70000) + messages(13, 81)
+        << QByteArray(
+               "Nothing is damaged: the daemon shows 69 of 81 records, and the next number is 82.\n"
+               "Records of 64 KiB and more hide those in front of them in their file.\n"
+               "What to do:\n  systemeventctl salvage -O NEW -D ");
+}
+
+void CtlRepairTest::healthyText()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QByteArray, wanted);
+    LogFolder folder;
+    folder.put(0, content);
+    const CtlRun run = repair(folder);
+    QCOMPARE(run.status, 0);
+    QVERIFY2(run.out.startsWith(wanted), run.out.constData());
+    QCOMPARE(repair(folder, {"-q"_s}).out, QByteArray());
+    QCOMPARE(folder.content(0), content);
+}
+
 void CtlRepairTest::mended()
 {
     LogFolder folder;
@@ -83,6 +118,7 @@ void CtlRepairTest::mended()
     QCOMPARE(objects[1].value("file"_s).toString(), "zib1.log"_s);
     QCOMPARE(objects[1].value("action"_s).toString(), "rewrite"_s);
     const QJsonObject summary = objects[2].value("summary"_s).toObject();
+    QCOMPARE(summary.value("records"_s).toInt(), 29);
     QCOMPARE(summary.value("readBefore"_s).toInt(), 9);
     QCOMPARE(summary.value("readAfter"_s).toInt(), 29);
     QCOMPARE(summary.value("nextAfter"_s).toString(), "31"_s);
@@ -123,12 +159,26 @@ void CtlRepairTest::textForPeople()
     QVERIFY(real.contains("  its end was cut off, from "));
     QVERIFY(real.contains("  what was taken out is kept as damaged/zib0.log-"));
     QVERIFY(real.contains("  the daemon shows 0 of its 10 records before, 10 after\n"));
+    QVERIFY(real.contains("In all the daemon shows 9 of 29 records before, 29 after.\n"));
     QVERIFY(real.contains(" before, 31 after.\n"));
     for (const QByteArray &text : {dry, real}) {
         for (const QByteArray &line : text.split('\n')) {
             QVERIFY2(line.size() < 80, line.constData());
         }
     }
+}
+
+void CtlRepairTest::singleRecords()
+{
+    LogFolder folder;
+    folder.put(1, QByteArray(10, 'x'));
+    folder.put(0, messages(1, 1) + "torn");
+    const QByteArray text = repair(folder).out;
+    QVERIFY2(text.contains("  the daemon shows 0 of its 1 record before, 1 after\n"),
+             text.constData());
+    QVERIFY2(!text.contains("0 records"), text.constData());
+    QVERIFY2(text.contains("In all the daemon shows 0 of 1 record before, 1 after.\n"),
+             text.constData());
 }
 
 void CtlRepairTest::left()

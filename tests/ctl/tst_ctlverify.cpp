@@ -39,6 +39,9 @@ private Q_SLOTS:
     void emptyFolder();
     void otherNames();
     void textForPeople();
+    void counts_data();
+    void counts();
+    void hiddenRecords();
     void readsOnly();
     void whileTheDaemonWrites();
 };
@@ -144,6 +147,60 @@ void CtlVerifyTest::textForPeople()
     QVERIFY(quiet.out.contains("zib0.log: "));
     folder.put(0, QByteArray());
     QCOMPARE(verify(folder, {"-q"_s}).out, QByteArray());
+}
+
+void CtlVerifyTest::counts_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QByteArray>("wanted");
+
+    QTest::newRow("no record is not shown") << QByteArray() << QByteArray("1 file, 0 records\n");
+    QTest::newRow("one record is shown")
+        << messages(5, 5) << QByteArray("1 file, 1 record; the daemon shows it\n");
+    QTest::newRow("or is not") << messages(5, 5, 70000)
+                               << QByteArray("1 file, 1 record; the daemon does not show it\n");
+    QTest::newRow("two are all") << messages(5, 6)
+                                 << QByteArray("1 file, 2 records; the daemon shows all of them\n");
+    QByteArray gaps;
+    for (quint64 i = 1; i <= 12; ++i) {
+        gaps += messages(2 * i, 2 * i);
+    }
+    QTest::newRow("one range more is one") << gaps << QByteArray(", 21 and 1 more range\n");
+    QTest::newRow("two more are ranges")
+        << gaps + messages(26, 26) << QByteArray(", 21 and 2 more ranges\n");
+}
+
+void CtlVerifyTest::counts()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QByteArray, wanted);
+    LogFolder folder;
+    folder.put(0, content);
+    const CtlRun run = verify(folder, {});
+    QCOMPARE(run.status, 0);
+    QVERIFY2(run.out.contains(wanted), run.out.constData());
+}
+
+void CtlVerifyTest::hiddenRecords()
+{
+    LogFolder folder;
+    folder.put(0, messages(1, 11) + messages(12, 12, 70000) + messages(13, 20));
+    const CtlRun run = verify(folder, {});
+    QCOMPARE(run.status, 0);
+    const QByteArray wanted
+        = "1 file, 20 records; the daemon shows 8 of them\n"
+          "Records of 64 KiB and more hide those in front of them in their file.\n"
+          "What to do:\n"
+          "  systemeventctl salvage -O NEW -D "
+        + folder.dir().path().toUtf8()
+        + "\n    writes the records as files in the folder NEW, where they hide no others\n";
+    QVERIFY2(run.out.endsWith(wanted), run.out.constData());
+
+    // Where there is damage as well, the damage comes first.
+    folder.append(0, "torn");
+    const CtlRun damaged = verify(folder, {});
+    QCOMPARE(damaged.status, 3);
+    QVERIFY2(damaged.out.contains("systemeventctl repair --dry-run -D "), damaged.out.constData());
 }
 
 void CtlVerifyTest::readsOnly()
