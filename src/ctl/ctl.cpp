@@ -47,6 +47,17 @@ ExitStatus run(const CommandLine &line, OutputStream &out)
     return status;
 }
 
+//! Ends the process as other tools end, whatever its parent has made of the signal.
+void endByClosedPipe()
+{
+    sigset_t closedPipe;
+    (void)sigemptyset(&closedPipe);
+    (void)sigaddset(&closedPipe, SIGPIPE);
+    (void)sigprocmask(SIG_UNBLOCK, &closedPipe, nullptr);
+    (void)std::signal(SIGPIPE, SIG_DFL);
+    (void)std::raise(SIGPIPE);
+}
+
 //! What the framework remarks on, such as a text without a placeholder, is not for the user.
 void dropMessage(QtMsgType /*type*/, const QMessageLogContext & /*context*/,
                  const QString & /*message*/)
@@ -59,14 +70,15 @@ int runCtl(int argc, char **argv)
 {
     qInstallMessageHandler(dropMessage);
     (void)std::setlocale(LC_CTYPE, ""); // for the names of files
-    // A closed pipe shows as an error of writing, whoever has started this.
+    // A closed pipe shows as an error of writing, so that work under way ends in order.
     (void)std::signal(SIGPIPE, SIG_IGN);
     OutputStream out(STDOUT_FILENO);
     try {
         return int(run(CommandLine::read(argc, argv), out));
     } catch (const OutputFailure &failure) {
         if (failure.error == EPIPE) {
-            return int(ExitStatus::Done); // who reads has had enough
+            endByClosedPipe();              // who reads has had enough
+            return int(ExitStatus::Failed); // only of a process that signals do not end
         }
         Messages::tell(QStringLiteral("standard output cannot be written: %1; what is there is "
                                       "not complete")

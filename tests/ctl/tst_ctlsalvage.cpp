@@ -67,6 +67,7 @@ private Q_SLOTS:
     void forgedRecords();
     void textForPeople();
     void cannotRead();
+    void closedOutput_data();
     void closedOutput();
     void fullOutput();
 };
@@ -345,17 +346,28 @@ void CtlSalvageTest::cannotRead()
     QCOMPARE(salvage(empty).status, 0);
 }
 
+void CtlSalvageTest::closedOutput_data()
+{
+    QTest::addColumn<QString>("starter");
+
+    QTest::newRow("the signal ends it") << QString();
+    QTest::newRow("also where its parent ignores the signal") << "env --ignore-signal=PIPE"_s;
+    QTest::newRow("also where its parent blocks the signal") << "env --block-signal=PIPE"_s;
+}
+
 void CtlSalvageTest::closedOutput()
 {
+    QFETCH(QString, starter);
     LogFolder folder;
-    QByteArray bytes;
+    QByteArray bytes(10, '\0'); // damage, which is not to be taken for none
     for (quint64 i = 1; i <= 2000; ++i) {
         bytes += message(i, "more than fits into a pipe");
     }
     folder.put(0, bytes);
-    const CtlRun run = runShell("exec 3>&1; { \"$CTL\" salvage -C "_s + testCatalogue() + " -D "_s
-                                + folder.dir().path() + "; echo $? >&3; } | :"_s);
-    QCOMPARE(run.out, QByteArray("0\n"));
+    const CtlRun run
+        = runShell("exec 3>&1; { "_s + starter + " \"$CTL\" salvage -C "_s + testCatalogue()
+                   + " -D "_s + folder.dir().path() + "; echo $? >&3; } | :"_s);
+    QCOMPARE(run.out, QByteArray("141\n")); // 128 and SIGPIPE
     QCOMPARE(run.errors, QByteArray());
 }
 
