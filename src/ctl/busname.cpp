@@ -8,7 +8,7 @@ namespace
 
 constexpr int systemBus = 1; // DBUS_BUS_SYSTEM
 
-//! The few functions of the bus's own library that this takes; all null where it is missing.
+//! The few functions of libdbus that this takes; all null where it is missing.
 class BusLibrary // which stays loaded until the process ends
 {
 public:

@@ -4,7 +4,7 @@
 /*!
  * Whether the daemon's name on the system bus is owned. Without a bus it is not.
  *
- * The bus's library is loaded here and nowhere else: a repair before every start must be
- * quick, and does not ask.
+ * libdbus is loaded here and nowhere else: a repair before every start must be quick, and
+ * does not ask.
  */
 [[nodiscard]] bool isDaemonOnBus();

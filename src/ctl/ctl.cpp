@@ -58,7 +58,7 @@ void endByClosedPipe()
     (void)std::raise(SIGPIPE);
 }
 
-//! What the framework remarks on, such as a text without a placeholder, is not for the user.
+//! What Qt remarks on, such as a text without a placeholder, is not for the user.
 void dropMessage(QtMsgType /*type*/, const QMessageLogContext & /*context*/,
                  const QString & /*message*/)
 {
