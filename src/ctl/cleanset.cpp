@@ -4,6 +4,7 @@
 #include "ctl/messages.h"
 #include "logformat/logformat.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
@@ -212,13 +213,13 @@ CleanSet::Refusal CleanSet::prepare()
         }
         targetFolder = Archive::openFolder(target);
     }
-    const std::optional<Archive::Listing> listing = Archive::listFolder(targetFolder.get());
-    if (!listing) {
-        return {unwritable(), false};
-    }
-    if (!listing->files.empty() || !listing->otherNames.isEmpty()) {
-        return {QStringLiteral("%1: there are log files already; name another folder with -O")
-                    .arg(target),
+    // Whatever bears such a name, the daemon would take it for a file of the set.
+    const QStringList taken = QDir(target).entryList(
+        {QStringLiteral("zib[0-9]*")}, QDir::AllEntries | QDir::Hidden | QDir::System);
+    if (!taken.isEmpty()) {
+        return {QStringLiteral(
+                    "%1: there are log files already, such as %2; name another folder with -O")
+                    .arg(target, taken.first()),
                 false};
     }
     return {};

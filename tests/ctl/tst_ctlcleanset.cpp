@@ -88,6 +88,8 @@ private Q_SLOTS:
     void longRecords_data();
     void longRecords();
     void refusals();
+    void occupied_data();
+    void occupied();
     void wrongUsage();
     void interrupted();
     void fullDisk();
@@ -271,6 +273,42 @@ void CtlCleanSetTest::refusals()
     QVERIFY(QDir(parent->path()).mkdir("set"_s));
     QCOMPARE(salvageTo(target() + "/"_s, folder).status, 0);
     QCOMPARE(content(target()), messages(1, 3));
+}
+
+void CtlCleanSetTest::occupied_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("command"); // makes it
+
+    QTest::newRow("a file is in the way") << "zib4.log"_s
+                                          << "touch"_s;
+    QTest::newRow("so is a folder") << "zib0.log"_s
+                                    << "mkdir"_s;
+    QTest::newRow("so is a pipe") << "zib0.log"_s
+                                  << "mkfifo"_s;
+    QTest::newRow("so is a link to nothing") << "zib12.log"_s
+                                             << "ln -s /nowhere"_s;
+    QTest::newRow("so is a name that only the reader takes") << "zib7"_s
+                                                             << "touch"_s;
+    QTest::newRow("the reader takes capitals for the same") << "ZIB0x.Log"_s
+                                                            << "touch"_s;
+}
+
+void CtlCleanSetTest::occupied()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, command);
+    LogFolder folder;
+    folder.put(0, messages(1, 3));
+    QVERIFY(QDir(parent->path()).mkdir("set"_s));
+    const QString entry = QDir(target()).filePath(name);
+    QCOMPARE(runShell(command + QLatin1Char(' ') + entry).status, 0);
+    const CtlRun run = salvageTo(target(), folder);
+    QCOMPARE(run.status, 4);
+    QVERIFY2(run.errors.contains("there are log files already, such as " + name.toUtf8()),
+             run.errors.constData());
+    QCOMPARE(
+        QDir(target()).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size(), 1);
 }
 
 void CtlCleanSetTest::wrongUsage()
