@@ -34,7 +34,8 @@ constexpr CommandText commandTexts[] = {
      "be read the daemon shows. Nothing is written. The daemon may be running."},
     {Command::Salvage, "salvage", "prints what can be read of a damaged log",
      "Prints all records that can be made out, each with a judgement: whole, likely, or "
-     "damaged, and what is no record as lost. The daemon may be running."},
+     "damaged, and what is no record as lost. All of it comes in the order of the files, as the "
+     "bytes stand; only -O sorts by number. The daemon may be running."},
     {Command::Repair, "repair", "mends a damaged log in place, so that the daemon reads it",
      "Makes the daemon find every whole record of a damaged folder again. A torn end of the "
      "newest file is cut off; a file damaged before its end is written anew from its records. "

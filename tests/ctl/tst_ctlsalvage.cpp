@@ -286,6 +286,10 @@ void CtlSalvageTest::order()
     }
     QCOMPARE(files,
              (QStringList{"zib11.log"_s, "zib2.log"_s, "zib2.log"_s, "zib0.log"_s, "zib0.log"_s}));
+
+    // As the help says.
+    QByteArray help = runCtl({"salvage"_s, "--help"_s}).out;
+    QVERIFY(help.replace('\n', ' ').contains("in the order of the files, as the bytes stand"));
 }
 
 void CtlSalvageTest::forgedRecords_data()
