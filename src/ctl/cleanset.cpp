@@ -25,9 +25,6 @@
 namespace
 {
 
-// As the daemon does it.
-constexpr qint64 fullFileSize = 102400;
-constexpr qint64 bundleSize = 2560;
 //! Past as many bundles, gaps in the numbers do not end one.
 constexpr size_t mostSplit = 262144;
 //! Numbers that began again more often than this come in some order.
@@ -90,7 +87,7 @@ public:
     [[nodiscard]] bool isOpen() const { return directory.isOpen(); }
     [[nodiscard]] int fileCount() const { return count; }
 
-    [[nodiscard]] bool isFileFull() const { return size >= fullFileSize; }
+    [[nodiscard]] bool isFileFull() const { return size >= CleanSet::fullFileSize; }
 
     //! Each gives false, with errno, when it fails.
     [[nodiscard]] bool nextFile()
@@ -237,7 +234,7 @@ void CleanSet::add(const Archive::Place &place, quint64 logNr)
         Bundle &bundle = bundles.back();
         const bool mayGap = bundles.size() >= mostSplit;
         if (bundle.file == file && bundle.end == place.offset && logNr > bundle.last
-            && (mayGap || logNr == bundle.last + 1) && bundle.end - bundle.begin < bundleSize
+            && (mayGap || logNr == bundle.last + 1) && bundle.end - bundle.begin <= bundleSize
             && !isLong(place.length)) {
             bundle.end = place.end();
             bundle.last = logNr;

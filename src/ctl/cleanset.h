@@ -25,6 +25,10 @@
 class CleanSet
 {
 public:
+    // In bytes, as the daemon has them; its writer is no part of the tool.
+    static constexpr qint64 fullFileSize = 102400; //!< a file ends here
+    static constexpr qint64 bundleSize = 2560;     //!< a bundle beyond it is written
+
     //! Why nothing can be written; no reason: it can.
     struct Refusal {
         QString reason;

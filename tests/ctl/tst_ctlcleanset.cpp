@@ -3,7 +3,9 @@
 // What "salvage -O" writes: a set of log files that is healthy, holds every whole record
 // byte for byte, and appears all at once or not at all.
 
+#include "binlog/binaryloginterface.h"
 #include "catalog/systemeventcatalogue.h"
+#include "ctl/cleanset.h"
 #include "ctl/ctlprocess.h"
 #include "reader/systemeventlogfilereader.h"
 #include "support/literals.h"
@@ -17,6 +19,10 @@
 
 #include <csignal>
 #include <memory>
+
+// Neither drifts alone.
+static_assert(CleanSet::fullFileSize == BinaryLogInterface::defaultFileSize);
+static_assert(CleanSet::bundleSize == BinaryLogInterface::defaultBundleSize);
 
 namespace
 {
@@ -83,6 +89,7 @@ private Q_SLOTS:
     void counts_data();
     void counts();
     void filesAreOfTheDaemonsSize();
+    void filesAreTheDaemons();
     void orderIsByNumber_data();
     void orderIsByNumber();
     void longRecords_data();
@@ -168,6 +175,29 @@ void CtlCleanSetTest::filesAreOfTheDaemonsSize()
         QVERIFY(file.size() >= 102400 && file.size() < 102400 + 2560 + 100);
         const QFileInfo newer(set.filePath("zib%1.log"_s.arg(i - 1)));
         QVERIFY(file.lastModified() < newer.lastModified());
+    }
+}
+
+void CtlCleanSetTest::filesAreTheDaemons()
+{
+    LogFolder folder;
+    {
+        BinaryLogInterface log(
+            BinaryLogInterface::defaultBundleSize, BinaryLogInterface::defaultFlushInterval,
+            BinaryLogInterface::defaultLogtail, BinaryLogInterface::defaultFileSize, folder.dir());
+        for (int i = 0; i < 3000; ++i) { // 80 bytes each: some bundles fill to the byte
+            log.logEvent(9, {"/power/supply"_s, QString(32, QLatin1Char('.'))});
+        }
+        log.writeQueued();
+    }
+    QCOMPARE(salvageTo(target(), folder).status, 0);
+    const QStringList names = folder.dir().entryList(QDir::Files);
+    QCOMPARE(names.size(), 3);
+    QCOMPARE(QDir(target()).entryList(QDir::Files), names);
+    for (int i = 0; i < names.size(); ++i) {
+        QFile file(QDir(target()).filePath(LogFolder::name(i)));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QVERIFY2(file.readAll() == folder.content(i), qPrintable(file.fileName()));
     }
 }
 
