@@ -13,9 +13,8 @@ void appendCommand(std::string &out, const char *command, const SourceChoice &so
 {
     out += std::string("  systemeventctl ") + command;
     if (source.folderIsNamed) {
-        const QByteArray name = source.folder.toUtf8();
         out += " -D ";
-        Messages::appendPrintable(out, {name.constData(), size_t(name.size())});
+        Messages::appendPrintable(out, source.folder);
     }
     out += '\n';
 }

@@ -14,7 +14,6 @@
 #include <ctime>
 #include <memory>
 #include <numeric>
-#include <optional>
 #include <tuple>
 #include <utility>
 

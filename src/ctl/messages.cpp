@@ -26,9 +26,8 @@ bool isControl(ushort code)
 
 void tell(const QString &text)
 {
-    const QByteArray utf8 = text.toUtf8();
     std::string line = "systemeventctl: ";
-    appendPrintable(line, {utf8.constData(), size_t(utf8.size())});
+    appendPrintable(line, text);
     line += '\n';
     OutputStream errors(STDERR_FILENO);
     try {
@@ -37,6 +36,12 @@ void tell(const QString &text)
     } catch (const OutputFailure &) {
         // There is nobody left to tell.
     }
+}
+
+void tellUnread(const QString &folder, int file, int error)
+{
+    tell(QStringLiteral("%1: cannot be read to its end: %2")
+             .arg(filePath(folder, file), errorText(error)));
 }
 
 QString errorText(int error)
@@ -56,9 +61,8 @@ std::string counted(quint64 count, const char *what)
     return count == 1 ? text : text + 's';
 }
 
-void appendPrintable(std::string &out, std::string_view utf8)
+void appendPrintable(std::string &out, const QString &text)
 {
-    const QString text = QString::fromUtf8(utf8.data(), int(utf8.size()));
     QString shown;
     for (const QChar c : text) {
         const ushort code = c.unicode();
@@ -71,6 +75,11 @@ void appendPrintable(std::string &out, std::string_view utf8)
         }
     }
     Utf8Text::append(out, shown);
+}
+
+void appendPrintable(std::string &out, std::string_view utf8)
+{
+    appendPrintable(out, QString::fromUtf8(utf8.data(), int(utf8.size())));
 }
 
 } // namespace Messages

@@ -22,12 +22,6 @@ enum class ExitStatus : int {
     Failed = 4,      //!< something cannot be read or written, or was refused
 };
 
-//! The worse one.
-inline ExitStatus worse(ExitStatus one, ExitStatus other)
-{
-    return int(one) > int(other) ? one : other;
-}
-
 //! Where records come from, and what explains them.
 struct SourceChoice {
     QString folder = QStringLiteral("/srv/public/log");

@@ -9,12 +9,6 @@
 namespace
 {
 
-void appendPrintable(std::string &out, const QString &text)
-{
-    const QByteArray utf8 = text.toUtf8();
-    Messages::appendPrintable(out, {utf8.constData(), size_t(utf8.size())});
-}
-
 void appendPlace(std::string &out, const Archive::Place &place)
 {
     Utf8Text::append(out, LogFormat::fileName(place.file));
@@ -35,9 +29,9 @@ void RecordLine::append(std::string &out, const Archive::Place &place,
     const EventKind *const kind = kinds.find(record.head.eventId);
     message.clear();
     if (kind) {
-        appendPrintable(out, kind->event->logLevelName);
+        Messages::appendPrintable(out, kind->event->logLevelName);
         out += ' ';
-        appendPrintable(out, kind->event->name);
+        Messages::appendPrintable(out, kind->event->name);
         kinds.appendMessage(message, *kind, place, record, file);
     } else {
         out += "- " + std::to_string(record.head.eventId);

@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <string_view>
 
 #include <unistd.h>

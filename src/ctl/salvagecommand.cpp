@@ -30,23 +30,15 @@ public:
     {
     }
 
-    void record(const Place &place, const Record &record) override
+    void record(const Place & /*place*/, const Record &record) override
     {
-        (void)place;
         isDamaged = isDamaged || record.state != State::Whole;
     }
-    void lost(const Place &place, Archive::Fault reason) override
-    {
-        (void)place;
-        (void)reason;
-        isDamaged = true;
-    }
+    void lost(const Place & /*place*/, Archive::Fault /*reason*/) override { isDamaged = true; }
     void endFile(const Archive::FileResult &result) override
     {
         if (result.error != 0) {
-            Messages::tell(QStringLiteral("%1: cannot be read to its end: %2")
-                               .arg(Messages::filePath(folder, result.file),
-                                    Messages::errorText(result.error)));
+            Messages::tellUnread(folder, result.file, result.error);
             isIncomplete = true;
         }
     }
@@ -180,8 +172,7 @@ void showResult(const Plan &plan, const CleanSet::Result &result, quint64 leftOu
         out.write("\n");
     } else if (!plan.output.isQuiet || leftOut > 0) {
         std::string text = Messages::counted(result.records, "whole record") + " written to ";
-        const QByteArray folder = plan.salvage.folder.toUtf8();
-        Messages::appendPrintable(text, {folder.constData(), size_t(folder.size())});
+        Messages::appendPrintable(text, plan.salvage.folder);
         text += ", in " + Messages::counted(quint64(result.files), "file");
         if (leftOut > 0) {
             text += "; " + Messages::counted(leftOut, "likely or damaged one") + " left out";

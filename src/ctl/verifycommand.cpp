@@ -108,8 +108,7 @@ public:
             object.addFlag("numbersAreComplete", false);
         }
         if (!otherNames.isEmpty()) {
-            const QByteArray names = otherNames.join(QLatin1Char('/')).toUtf8();
-            object.add("otherNames", std::string_view(names.constData(), size_t(names.size())));
+            object.add("otherNames", otherNames.join(QLatin1Char('/')));
         }
         object.end();
         out.write("}\n");
@@ -223,8 +222,7 @@ public:
         }
         for (const QString &name : otherNames) {
             std::string line = "not looked at, though the daemon reads it: ";
-            const QByteArray utf8 = name.toUtf8();
-            Messages::appendPrintable(line, {utf8.constData(), size_t(utf8.size())});
+            Messages::appendPrintable(line, name);
             out.write(line + '\n');
         }
         if (isWell) {
@@ -264,9 +262,7 @@ ExitStatus runVerify(const Plan &plan, OutputStream &out)
     const FolderReport folder = Archive::reportOn(source.folder(), [&](const FileReport &file) {
         reports.show(file);
         if (file.error != 0) {
-            Messages::tell(QStringLiteral("%1: cannot be read to its end: %2")
-                               .arg(Messages::filePath(plan.source.folder, file.file),
-                                    Messages::errorText(file.error)));
+            Messages::tellUnread(plan.source.folder, file.file, file.error);
         }
     });
     reports.show(folder, source.folder().otherNames());
