@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <numeric>
@@ -294,9 +295,11 @@ std::vector<CleanSet::Lane> CleanSet::lanes() const
 
 QString CleanSet::unwritable() const
 {
-    return QStringLiteral(
-               "%1: cannot be written to: %2; make space, or name another folder with -O")
-        .arg(target, Messages::errorText(errno));
+    const int error = errno;
+    const bool isFull = error == ENOSPC || error == EDQUOT;
+    return QStringLiteral("%1: cannot be written to: %2; %3name another folder with -O")
+        .arg(target, Messages::errorText(error),
+             isFull ? QStringLiteral("make space, or ") : QString());
 }
 
 CleanSet::Result CleanSet::write(const Interruption &interruption)

@@ -37,14 +37,15 @@ std::string obstacleText(const RepairStep &step)
     case RepairObstacle::NoRecord:
         return "no record in it can be made out; nothing is to be done";
     case RepairObstacle::Kept:
-        return "what would be taken out does not fit into the folder damaged any more; "
-               "move its files elsewhere and run this again";
+        return "no room in damaged/ for what would be taken out; move its files elsewhere "
+               "and run this again";
     case RepairObstacle::NotOwn:
         return "it is a link, or has a second name; replace it by a file of its own";
     case RepairObstacle::Unsure:
         return "mending it would hide what the daemon shows now; see what salvage makes of it";
     case RepairObstacle::Unreadable:
-        return "it cannot be read: " + Messages::errorText(step.error).toStdString();
+        return "it cannot be read: " + Messages::errorText(step.error).toStdString()
+            + "; mend that and run this again";
     case RepairObstacle::Failed:
         return "this failed: " + Messages::errorText(step.error).toStdString()
             + "; mend that and run this again";
@@ -99,10 +100,14 @@ void appendResultObject(std::string &text, const RepairResult &result, bool dryR
     text += "}\n";
 }
 
-std::string fileAndSizes(const RepairStep &step)
+std::string placeText(const RepairStep &step)
 {
-    return LogFormat::fileName(step.file).toStdString() + ", "
-        + Archive::faultText(step.fault).data() + " at " + std::to_string(step.damagedAt) + ":\n  ";
+    std::string text = LogFormat::fileName(step.file).toStdString();
+    if (step.fault != Archive::Fault::None) {
+        text += std::string(", ") + Archive::faultText(step.fault).data() + " at "
+            + std::to_string(step.damagedAt);
+    }
+    return text + ":\n  ";
 }
 
 std::string actionText(const RepairStep &step, bool dryRun)
@@ -123,14 +128,16 @@ std::string actionText(const RepairStep &step, bool dryRun)
 
 void appendStepText(std::string &text, const RepairStep &step, bool dryRun)
 {
-    text += fileAndSizes(step) + actionText(step, dryRun);
+    text += placeText(step) + actionText(step, dryRun);
     if (step.obstacle != RepairObstacle::None) {
         text += "  " + obstacleText(step) + '\n';
     }
     if (step.records > 0) {
         text += "  the daemon shows " + std::to_string(step.readBefore) + " of its "
-            + counted(step.records, "record") + " before, " + std::to_string(step.readAfter)
-            + " after\n";
+            + counted(step.records, "record");
+        text += step.action == RepairAction::Leave
+            ? "\n"
+            : " before, " + std::to_string(step.readAfter) + " after\n";
     }
     if (!step.keptAs.isEmpty()) {
         text += std::string(dryRun ? "  what is taken out would be kept as "
@@ -233,7 +240,8 @@ QString refusal(const SourceChoice &source, const Archive::FolderLock &lock)
             .arg(source.folder);
     }
     if (!lock.isHeld()) {
-        return QStringLiteral("%1: the folder cannot be opened and locked: %2")
+        return QStringLiteral("%1: the folder cannot be opened and locked: %2; name another one "
+                              "with -D")
             .arg(source.folder, Messages::errorText(lock.error()));
     }
     if (!source.folderIsNamed && isDaemonOnBus()) {

@@ -24,8 +24,8 @@ bool Source::open()
             return false;
         }
         if (!quiet) {
-            Messages::tell(QStringLiteral("%1: there is no catalogue, so events are shown as "
-                                          "unknown; name one with -C")
+            Messages::tell(QStringLiteral("%1: there is no catalogue, so what events mean is not "
+                                          "known; name one with -C")
                                .arg(choice.catalogue));
         }
     }

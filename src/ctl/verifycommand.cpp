@@ -192,7 +192,7 @@ public:
         std::string &text = out.text();
         Utf8Text::append(text, LogFormat::fileName(file.file));
         text += ": " + counted(quint64(file.size), "byte") + ", " + counted(file.records, "record")
-            + '\n';
+            + (file.error != 0 ? ", as far as it can be read\n" : "\n");
         if (file.records > 0) {
             text += "  numbers  " + std::to_string(file.first) + " to " + std::to_string(file.last)
                 + "\n  time     " + timeOf(file.firstTime) + " to " + timeOf(file.lastTime) + '\n';

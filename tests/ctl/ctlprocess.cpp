@@ -8,6 +8,8 @@
 #include <QProcess>
 #include <QTemporaryFile>
 
+#include <unistd.h>
+
 namespace
 {
 
@@ -102,6 +104,11 @@ CtlRun runCtl(const QStringList &arguments)
 CtlRun runShell(const QString &line)
 {
     return run("/bin/sh"_s, {"-c"_s, line});
+}
+
+QString asOrdinaryUser()
+{
+    return geteuid() == 0 ? "setpriv --bounding-set=-dac_override,-dac_read_search "_s : QString();
 }
 
 QString testCatalogue()

@@ -23,6 +23,9 @@ CtlRun runCtl(const QStringList &arguments);
 //! Runs a line of the shell, in which $CTL is the executable.
 CtlRun runShell(const QString &line);
 
+//! What to put in front of a command of the shell so that modes of files hold for root, too.
+QString asOrdinaryUser();
+
 //! A catalogue in a file of its own, with the events that the tests store.
 QString testCatalogue();
 //! A record of its event 9, which has a text.

@@ -297,7 +297,7 @@ void CtlCleanSetTest::refusals()
 
     const CtlRun missing = salvageTo(parent->filePath("not/there"_s), folder);
     QCOMPARE(missing.status, 4);
-    QVERIFY(missing.errors.contains("No such file or directory"));
+    QVERIFY(missing.errors.contains("No such file or directory; name another folder with -O"));
 
     // One that is there and holds nothing is taken.
     QVERIFY(QDir(parent->path()).mkdir("set"_s));

@@ -45,6 +45,7 @@ private Q_SLOTS:
     void textForPeople();
     void singleRecords();
     void left();
+    void leftText();
     void refusals();
     void timeLimit();
 };
@@ -192,8 +193,37 @@ void CtlRepairTest::left()
     const QByteArray before = folder.content(0) + folder.content(1);
     const CtlRun run = repair(folder);
     QCOMPARE(run.status, 3);
-    QVERIFY(run.out.contains("move its files elsewhere and run this again"));
+    QVERIFY(run.out.contains("  no room in damaged/ for what would be taken out; "
+                             "move its files elsewhere and run this again\n"));
     QVERIFY(folder.content(0) + folder.content(1) == before);
+}
+
+void CtlRepairTest::leftText()
+{
+    if (runShell(asOrdinaryUser() + "true"_s).status != 0) {
+        QSKIP("root reads everything here");
+    }
+    LogFolder folder;
+    fillDamaged(folder);
+    QVERIFY(QFile::link(folder.path("zib1.log"_s), folder.path("zib3.log"_s)));
+    folder.put(2, messages(1, 1));
+    QVERIFY(QFile::setPermissions(folder.path("zib2.log"_s), {}));
+    const CtlRun run
+        = runShell(asOrdinaryUser() + "\"$CTL\" repair --dry-run -D "_s + folder.dir().path());
+    QCOMPARE(run.status, 4);
+    const QByteArray damagedAt = QByteArray::number(messages(1, 10).size());
+    QVERIFY2(
+        run.out.contains("zib2.log:\n"
+                         "  it is left as it is\n"
+                         "  it cannot be read: Permission denied; mend that and run this again\n"
+                         "zib3.log, "),
+        run.out.constData());
+    QVERIFY2(
+        run.out.contains("zib3.log, zeros at " + damagedAt
+                         + ":\n  it is left as it is\n"
+                           "  it is a link, or has a second name; replace it by a file of its own\n"
+                           "  the daemon shows 9 of its 19 records\nIn all"),
+        run.out.constData());
 }
 
 void CtlRepairTest::refusals()
@@ -216,7 +246,7 @@ void CtlRepairTest::refusals()
     const CtlRun missing = runCtl({"repair"_s, "-D"_s, "/nowhere"_s});
     QCOMPARE(missing.status, 4);
     QVERIFY(missing.errors.contains("/nowhere: "));
-    QVERIFY(missing.errors.contains("No such file or directory"));
+    QVERIFY(missing.errors.contains("No such file or directory; name another one with -D"));
 }
 
 void CtlRepairTest::timeLimit()

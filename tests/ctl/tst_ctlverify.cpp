@@ -42,6 +42,7 @@ private Q_SLOTS:
     void counts_data();
     void counts();
     void hiddenRecords();
+    void unreadable();
     void readsOnly();
     void whileTheDaemonWrites();
 };
@@ -112,6 +113,12 @@ void CtlVerifyTest::emptyFolder()
     QCOMPARE(run.status, 0);
     QCOMPARE(run.objects().size(), 1);
     QCOMPARE(runCtl({"verify"_s, "-D"_s, "/nowhere"_s}).status, 4);
+
+    // Nothing is shown here, so nothing is said of that.
+    const CtlRun bare = runCtl({"verify"_s, "-D"_s, folder.dir().path()});
+    QVERIFY2(bare.errors.endsWith("systemevent.xml: there is no catalogue, so what events mean is "
+                                  "not known; name one with -C\n"),
+             bare.errors.constData());
 }
 
 void CtlVerifyTest::otherNames()
@@ -201,6 +208,23 @@ void CtlVerifyTest::hiddenRecords()
     const CtlRun damaged = verify(folder, {});
     QCOMPARE(damaged.status, 3);
     QVERIFY2(damaged.out.contains("systemeventctl repair --dry-run -D "), damaged.out.constData());
+}
+
+void CtlVerifyTest::unreadable()
+{
+    if (runShell(asOrdinaryUser() + "true"_s).status != 0) {
+        QSKIP("root reads everything here");
+    }
+    LogFolder folder;
+    folder.put(1, messages(1, 10));
+    folder.put(0, messages(11, 20));
+    QVERIFY(QFile::setPermissions(folder.path("zib1.log"_s), {}));
+    const CtlRun run = runShell(asOrdinaryUser() + "\"$CTL\" verify -D "_s + folder.dir().path());
+    QCOMPARE(run.status, 4);
+    QVERIFY2(run.errors.contains("zib1.log: cannot be read to its end: Permission denied"),
+             run.errors.constData());
+    QVERIFY2(run.out.contains("zib1.log: 0 bytes, 0 records, as far as it can be read\n"),
+             run.out.constData());
 }
 
 void CtlVerifyTest::readsOnly()
