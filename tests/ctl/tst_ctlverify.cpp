@@ -243,7 +243,7 @@ void CtlVerifyTest::whileTheDaemonWrites()
 {
     bool isNumber = false;
     const int given = qEnvironmentVariableIntValue("SEL_VERIFY_SECONDS", &isNumber);
-    const qint64 end = 1000 * (isNumber ? given : 5);
+    const qint64 end = qint64(1000) * (isNumber ? given : 5);
     LogFolder folder;
     BinaryLogInterface log(2560, 30, 10, 20000, folder.dir());
     QElapsedTimer timer;
