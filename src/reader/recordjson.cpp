@@ -9,16 +9,6 @@
 #include <string_view>
 #include <utility>
 
-namespace
-{
-
-std::string_view upToZeroByte(std::string_view bytes)
-{
-    return bytes.substr(0, bytes.find('\0'));
-}
-
-} // namespace
-
 RecordJson::RecordJson(const SystemeventCatalogue *systemevents, QString language)
     : catalogue(systemevents)
     , lang(std::move(language))
@@ -76,5 +66,6 @@ void RecordJson::append(std::string &out, LogFileCursor &file, qint64 position)
 
 void RecordJson::appendPath(std::string &out, LogFileCursor &file) const
 {
-    Utf8Text::appendLatin1(out, upToZeroByte(file.take(LogFormat::readNumber<quint16>(file))));
+    const StoredValue path = LogFormat::readValue(file, ArgumentType::String);
+    Utf8Text::appendLatin1(out, Utf8Text::upToZeroByte(path.bytes));
 }

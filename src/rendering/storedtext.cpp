@@ -4,6 +4,7 @@
 #include "catalog/systemeventcatalogue.h"
 #include "logformat/storedvalue.h"
 #include "rendering/eventtemplate.h"
+#include "rendering/utf8text.h"
 
 #include <string_view>
 
@@ -11,11 +12,6 @@ namespace
 {
 
 constexpr std::string_view readError = "readerror";
-
-std::string_view upToZeroByte(std::string_view bytes)
-{
-    return bytes.substr(0, bytes.find('\0'));
-}
 
 //! Substitutes what stands for a variant whose content cannot be read.
 void substituteUnreadable(ValueTexts &text, const StoredValue &variant)
@@ -55,7 +51,7 @@ void substituteStored(ValueTexts &text, const StoredValue &value,
         text.substitute(value.isWhole() ? value.bytes : readError);
         return;
     case ArgumentType::ByteArray:
-        text.substitute(value.isWhole() ? upToZeroByte(value.bytes) : readError);
+        text.substitute(value.isWhole() ? Utf8Text::upToZeroByte(value.bytes) : readError);
         return;
     case ArgumentType::Variant:
         substituteUnreadable(text, value);

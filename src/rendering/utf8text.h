@@ -33,6 +33,12 @@ void append(std::string &out, const QString &text);
 QString toString(std::string_view utf8);
 void appendLatin1(std::string &out, std::string_view latin1);
 
+//! What a text of bytes holds as a C string.
+inline std::string_view upToZeroByte(std::string_view bytes)
+{
+    return bytes.substr(0, bytes.find('\0'));
+}
+
 //! Whether all characters are below U+0080, and so the same in UTF-8 and Latin-1.
 inline bool isAscii(std::string_view text)
 {
