@@ -5,7 +5,6 @@
 #include "logformat/storedvalue.h"
 #include "rendering/eventtemplate.h"
 #include "rendering/eventtext.h"
-#include "rendering/storedtext.h"
 
 #include <QString>
 
@@ -38,12 +37,7 @@ public:
 
     //! Event and catalogue must outlive this.
     StoredMessage(const SystemeventDescription &description,
-                  const SystemeventCatalogue &systemevents, const QString &language)
-        : event(&description)
-        , catalogue(&systemevents)
-        , message(description.description(language))
-    {
-    }
+                  const SystemeventCatalogue &systemevents, const QString &language);
 
     /*!
      * Appends the text of the record whose values the source stands at, in UTF-8, not
@@ -55,13 +49,19 @@ public:
     {
         values.clear();
         for (const SystemeventArgument &argument : event->arguments) {
-            substituteStored(values, LogFormat::readValue(source, argument.type), argument,
-                             *catalogue);
+            substitute(values, LogFormat::readValue(source, argument.type), argument);
         }
         message.render(values, out, spareWork, &workLeft);
     }
 
 private:
+    /*!
+     * Adds what a message shows of a value: the value, a text of its own where it is
+     * damaged, and nothing at all for an argument that takes no placeholder.
+     */
+    void substitute(ValueTexts &values, const StoredValue &value,
+                    const SystemeventArgument &argument) const;
+
     const SystemeventDescription *event;
     const SystemeventCatalogue *catalogue;
     EventTemplate message;

@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "rendering/storedtext.h"
+#include "rendering/storedmessage.h"
 
-#include "catalog/systemeventcatalogue.h"
-#include "logformat/storedvalue.h"
-#include "rendering/eventtemplate.h"
 #include "rendering/utf8text.h"
 
 #include <string_view>
@@ -27,8 +24,16 @@ void substituteUnreadable(ValueTexts &text, const StoredValue &variant)
 
 } // namespace
 
-void substituteStored(ValueTexts &text, const StoredValue &value,
-                      const SystemeventArgument &argument, const SystemeventCatalogue &catalogue)
+StoredMessage::StoredMessage(const SystemeventDescription &description,
+                             const SystemeventCatalogue &systemevents, const QString &language)
+    : event(&description)
+    , catalogue(&systemevents)
+    , message(description.description(language))
+{
+}
+
+void StoredMessage::substitute(ValueTexts &text, const StoredValue &value,
+                               const SystemeventArgument &argument) const
 {
     switch (ArgumentType::Code(value.type)) {
     case ArgumentType::Byte:
@@ -58,7 +63,7 @@ void substituteStored(ValueTexts &text, const StoredValue &value,
         return;
     case ArgumentType::Enum:
         if (value.isWhole()) {
-            text.substitute(catalogue.enumText(argument.enumName, int(value.integer)));
+            text.substitute(catalogue->enumText(argument.enumName, int(value.integer)));
         } else {
             text.substitute(readError);
         }
