@@ -66,8 +66,8 @@ public:
  * Listing::mostOpen files are held open until the folder object goes, the others may be
  * gone by the time that they are shown. Nothing is locked, nothing is written.
  *
- * Files are those with the names that the writer gives. The daemon's reader takes other
- * names that begin with "zib" and a digit, too; otherNames() has them.
+ * Files are those with the names that the writer gives. The daemon's reader takes others,
+ * too; otherNames() has them.
  */
 class Folder
 {

@@ -40,13 +40,6 @@ Directory openDirectory(int folder)
     return directory;
 }
 
-//! By the filter of the daemon's reader: "zib[0-9]*".
-bool isTakenByReader(const QString &name)
-{
-    return name.size() > 3 && name.startsWith(QLatin1String("zib"))
-        && name.at(3) >= QLatin1Char('0') && name.at(3) <= QLatin1Char('9');
-}
-
 std::optional<Listing> listOnce(int folder)
 {
     const Directory directory = openDirectory(folder);
@@ -57,14 +50,15 @@ std::optional<Listing> listOnce(int folder)
     errno = 0;
     while (const dirent *const entry = readdir(directory.get())) { // NOLINT(concurrency-mt-unsafe)
         const QString name = QFile::decodeName(entry->d_name);
+        const int index = LogFormat::fileIndex(name);
+        const bool isLogFile = index >= 0 || LogFormat::isReaderName(name);
         struct stat status {
         };
-        if (!isTakenByReader(name) || ::fstatat(folder, entry->d_name, &status, 0) != 0
+        if (!isLogFile || ::fstatat(folder, entry->d_name, &status, 0) != 0
             || !S_ISREG(status.st_mode)) {
             errno = 0; // renamed or deleted just now, or nothing to read
             continue;
         }
-        const int index = LogFormat::fileIndex(name);
         if (index >= 0) {
             listing.files.push_back({index, identityOf(status), nullptr});
         } else {

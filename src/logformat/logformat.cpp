@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "logformat/logformat.h"
 
+#include <QDir>
+
 namespace LogFormat
 {
 namespace
@@ -22,6 +24,16 @@ int fileIndex(const QString &name)
     bool isNumber = false;
     const int index = name.mid(filePrefix.size(), digits).toInt(&isNumber);
     return isNumber && name == fileName(index) && index >= 0 ? index : -1;
+}
+
+QString readerNamePattern()
+{
+    return filePrefix + QLatin1String("[0-9]*");
+}
+
+bool isReaderName(const QString &name)
+{
+    return QDir::match(readerNamePattern(), name);
 }
 
 void appendLogNr(QByteArray &out, quint64 logNr)

@@ -51,6 +51,10 @@ constexpr qint64 minRecordSize = valuesOffset + 2 + 1 + trailerSize;
 QString fileName(int index);
 //! The index of a name that fileName() makes; -1 for any other name.
 int fileIndex(const QString &name);
+//! What a reader takes for log files, as a pattern for QDir, which ignores letter case.
+QString readerNamePattern();
+//! Whether a name is one of these. All that fileName() makes are.
+bool isReaderName(const QString &name);
 
 //! Appends a number.
 template <typename Number>

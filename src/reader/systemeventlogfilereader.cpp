@@ -91,7 +91,7 @@ SystemeventLogfileReader::SystemeventLogfileReader(const QDir &directory,
     if (!catalogue) {
         qFatal("SystemeventLogfileReader::SystemeventLogfileReader systemevents==NULL!");
     }
-    logDir.setNameFilters({QStringLiteral("zib[0-9]*")});
+    logDir.setNameFilters({LogFormat::readerNamePattern()});
 }
 
 SystemeventLogfileReader::~SystemeventLogfileReader() = default;

@@ -6,6 +6,7 @@
 #include "archive/chainsearch.h"
 #include "archive/folderreport.h"
 #include "catalog/systemeventcatalogue.h"
+#include "reader/systemeventlogfilereader.h"
 #include "support/literals.h"
 #include "support/logfolder.h"
 #include "support/recordbytes.h"
@@ -154,6 +155,8 @@ class ArchiveFolderTest : public QObject
 private Q_SLOTS:
     void filesComeInTheOrderOfTheirNumbers();
     void otherNamesAreNamed();
+    void namesAreThoseThatTheReaderTakes_data();
+    void namesAreThoseThatTheReaderTakes();
     void judgement_data();
     void judgement();
     void forgedRecordsStayDead_data();
@@ -199,6 +202,34 @@ void ArchiveFolderTest::otherNamesAreNamed()
     others.sort();
     QCOMPARE(others, QStringList({"zib00.log"_s, "zib0x.log"_s, "zib1"_s}));
     QCOMPARE(archive.files().size(), size_t(1));
+}
+
+void ArchiveFolderTest::namesAreThoseThatTheReaderTakes_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("isTaken");
+    QTest::newRow("the writer's own") << "zib0.log"_s << true;
+    QTest::newRow("upper case is taken") << "ZIB0.LOG"_s << true;
+    QTest::newRow("mixed case is taken") << "Zib1.log"_s << true;
+    QTest::newRow("nothing need follow the digit") << "zib3"_s << true;
+    QTest::newRow("anything may follow the digit") << "zib3 a\nb.txt"_s << true;
+    QTest::newRow("a letter is no digit") << "zibx.log"_s << false;
+    QTest::newRow("a digit of another script is none")
+        << "zib"_s + QChar(0x0663) + ".log"_s << false;
+    QTest::newRow("something in front") << "azib0.log"_s << false;
+}
+
+void ArchiveFolderTest::namesAreThoseThatTheReaderTakes()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, isTaken);
+    const LogFolder folder;
+    folder.put(name, record(1));
+    SystemeventLogfileReader reader(folder.dir(), &catalogue());
+    QCOMPARE(reader.getMaxLogNr(), quint64(isTaken ? 1 : 0));
+    Archive::Folder archive(folder.dir().path());
+    QVERIFY(archive.open());
+    QCOMPARE(archive.files().size() + size_t(archive.otherNames().size()), size_t(isTaken ? 1 : 0));
 }
 
 // NOLINTNEXTLINE(readability-function-size): a table

@@ -411,6 +411,7 @@ void SystemeventLogfileReaderTest::fileNumbers_data()
     QTest::newRow("zib00.log is number 0") << "zib00.log"_s << true << true;
     QTest::newRow("the first dot ends the number") << "zib0.1.log"_s << true << true;
     QTest::newRow("no suffix is needed") << "zib3"_s << true << false;
+    QTest::newRow("capital letters are as good") << "ZIB0.LOG"_s << true << true;
     QTest::newRow("zibx.log is not read") << "zibx.log"_s << false << false;
     QTest::newRow("zib.log is not read") << "zib.log"_s << false << false;
     QTest::newRow("azib0.log is not read") << "azib0.log"_s << false << false;
