@@ -5,6 +5,7 @@
 
 #include "archive/folderreport.h"
 #include "binlog/binaryloginterface.h"
+#include "support/environment.h"
 #include "support/literals.h"
 #include "support/logfolder.h"
 
@@ -51,9 +52,7 @@ void LiveFolderTest::neverAFalseAlarm_data()
 void LiveFolderTest::neverAFalseAlarm()
 {
     QFETCH(bool, clears);
-    const int seconds = qEnvironmentVariableIsSet("SEL_LIVE_SECONDS")
-        ? qEnvironmentVariableIntValue("SEL_LIVE_SECONDS")
-        : 5;
+    const int seconds = numberFromEnvironment("SEL_LIVE_SECONDS", 5);
     const LogFolder folder;
     std::atomic_bool isEnding = false;
     std::atomic_int rotations = 0;

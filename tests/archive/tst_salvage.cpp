@@ -9,6 +9,7 @@
 
 #include "archive/archivefolder.h"
 #include "archive/repair.h"
+#include "support/environment.h"
 #include "support/literals.h"
 #include "support/logfolder.h"
 #include "truelog.h"
@@ -299,12 +300,8 @@ private:
                                         const std::set<QByteArray> &after);
     static void print(const QByteArray &name, const Counts &counts);
 
-    const int cases = qEnvironmentVariableIsSet("SEL_SALVAGE_CASES")
-        ? qEnvironmentVariableIntValue("SEL_SALVAGE_CASES")
-        : 2;
-    const quint32 seed = qEnvironmentVariableIsSet("SEL_SALVAGE_SEED")
-        ? quint32(qEnvironmentVariableIntValue("SEL_SALVAGE_SEED"))
-        : 20261121;
+    const int cases = numberFromEnvironment("SEL_SALVAGE_CASES", 2);
+    const quint32 seed = numberFromEnvironment<quint32>("SEL_SALVAGE_SEED", 20261121);
     const bool isTalkative = qEnvironmentVariableIsSet("SEL_SALVAGE_SHOW");
     std::map<QByteArray, Counts> byKind;
     std::map<QByteArray, Counts> longByKind; //!< those over 64 KiB the daemon cannot read

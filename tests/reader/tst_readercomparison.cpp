@@ -10,6 +10,7 @@
 #include "randomlogs.h"
 #include "reader/systemeventlogfilereader.h"
 #include "rewrittenfolder.h"
+#include "support/environment.h"
 #include "support/literals.h"
 #include "support/readfaults.h"
 
@@ -258,9 +259,7 @@ void TwoReaders::compare(const Question &question, const QString &expected, cons
 //! How many seeds of each kind to compare at most.
 int mostSeeds()
 {
-    bool given = false;
-    const int most = qEnvironmentVariableIntValue("SEL_COMPARISON_SEEDS", &given);
-    return given ? most : std::numeric_limits<int>::max();
+    return numberFromEnvironment("SEL_COMPARISON_SEEDS", std::numeric_limits<int>::max());
 }
 
 } // namespace

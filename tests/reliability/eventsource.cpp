@@ -169,13 +169,3 @@ bool answersReaders(Device &device)
             || log.errorName() == "org.freedesktop.DBus.Error.LimitsExceeded"_s)
         && device.result("getMinLogNr"_s).isValid() && device.result("getMaxLogNr"_s).isValid();
 }
-
-qint64 residentSize(qint64 processId)
-{
-    QFile status("/proc/%1/status"_s.arg(processId));
-    if (!status.open(QIODevice::ReadOnly)) {
-        return -1;
-    }
-    const QString text = QString::fromLatin1(status.readAll());
-    return text.section("VmRSS:"_s, 1).trimmed().section(QLatin1Char(' '), 0, 0).toLongLong();
-}

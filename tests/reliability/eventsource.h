@@ -61,6 +61,3 @@ QString recoveryReport(quint64 lost);
 
 //! Whether the log node answers all three reading calls, with whatever.
 bool answersReaders(Device &device);
-
-//! The memory that a process holds, in KiB.
-qint64 residentSize(qint64 processId);

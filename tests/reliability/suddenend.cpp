@@ -176,13 +176,6 @@ int textSize(Dice &dice)
 
 } // namespace
 
-quint32 numberFromEnvironment(const char *name, quint32 otherwise)
-{
-    bool isNumber = false;
-    const quint32 number = qgetenv(name).toUInt(&isNumber);
-    return isNumber ? number : otherwise;
-}
-
 StoredLog StoredLog::read()
 {
     StoredLog log;

@@ -140,6 +140,3 @@ private:
     int lives = 0; //!< whose events the log may hold
     Counts totals;
 };
-
-//! A decimal number from the environment, or another where there is none.
-quint32 numberFromEnvironment(const char *name, quint32 otherwise);

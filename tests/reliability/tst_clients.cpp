@@ -43,46 +43,6 @@ constexpr int maxGrowth = 65536;
 constexpr int smallMemory = 30000;
 #endif
 
-WireMessage questionForAll()
-{
-    WireMessage message;
-    message.type = WireMessage::Call;
-    message.path = "/system/eventlog";
-    message.interface = "local.LogManager";
-    message.member = "jsonLogfile";
-    message.destination = "com.tovel.systemeventlogger";
-    message.signature = "tt";
-    WireWriter out;
-    out.fixed(0, 8);
-    out.fixed(~quint64(0), 8);
-    message.body = out.bytes;
-    return message;
-}
-
-WireMessage questionForMinimum()
-{
-    WireMessage message = questionForAll();
-    message.member = "getMinLogNr";
-    message.signature.clear();
-    message.body.clear();
-    return message;
-}
-
-WireMessage eventWithoutValues()
-{
-    WireMessage message;
-    message.path = "/x";
-    message.interface = "com.tovel.status";
-    message.member = "change";
-    message.signature = "iv";
-    WireWriter out;
-    out.fixed(Device::fillerId, 4);
-    out.signature("av");
-    out.endArray(out.beginArray(1));
-    message.body = out.bytes;
-    return message;
-}
-
 //! Fills the log folder; the answer that it makes.
 QByteArray writeFullLog()
 {
@@ -316,7 +276,8 @@ void ClientsTest::manyAnswersUnread()
     const quint32 waiting = other.nextSerial();
     QVERIFY(other.sendBytes(questionForMinimum().toBytes(waiting)));
     for (int i = 0; i < eventsOfABundle; ++i) {
-        QVERIFY(deaf->send(eventWithoutValues())); // behind all the questions
+        QVERIFY(
+            deaf->send(statusChange(Device::fillerId, "av", {}, 1, 0))); // behind all the questions
     }
     // No answer tells when it has come this far; the full file does, which it puts aside.
     QTRY_VERIFY_WITH_TIMEOUT(Device::logFile(0).size() < fullSize / 2, patience);

@@ -48,28 +48,6 @@ QByteArray catalogue(int arguments)
         </event></events>)";
 }
 
-WireMessage question(const QByteArray &member)
-{
-    WireMessage message;
-    message.type = WireMessage::Call;
-    message.path = "/system/eventlog";
-    message.interface = "local.LogManager";
-    message.member = member;
-    message.destination = "com.tovel.systemeventlogger";
-    return message;
-}
-
-WireMessage questionForAll()
-{
-    WireMessage message = question("jsonLogfile");
-    message.signature = "tt";
-    WireWriter out;
-    out.fixed(0, 8);
-    out.fixed(~quint64(0), 8);
-    message.body = out.bytes;
-    return message;
-}
-
 //! A full log of costly records with plain ones between them.
 class CostlyLog
 {
@@ -172,7 +150,7 @@ void CostlyTextsTest::fullLog()
         QElapsedTimer wait;
         wait.start();
         const quint32 small = other.nextSerial();
-        QVERIFY(other.sendBytes(question("getMinLogNr").toBytes(small)));
+        QVERIFY(other.sendBytes(questionForMinimum().toBytes(small)));
         QVERIFY(other.waitFor(small, patience));
         longestWait = std::max(longestWait, wait.elapsed());
         answer = asking.waitFor(whole, 1);

@@ -6,6 +6,8 @@
 // SEL_EVENTS_WHILE_FULL: how many events come while memory is watched, 100000 by default.
 
 #include "reliability/eventsource.h"
+#include "reliability/processfigures.h"
+#include "support/environment.h"
 #include "support/literals.h"
 #include "support/syslogsocket.h"
 #include "support/testbus.h"
@@ -287,17 +289,15 @@ void FullDiskTest::restartInAnOutage()
 
 void FullDiskTest::memoryStaysBounded()
 {
-    bool isSet = false;
-    const int wanted = qEnvironmentVariableIntValue("SEL_EVENTS_WHILE_FULL", &isSet);
-    const auto events = quint64(isSet ? wanted : 100000);
+    const auto events = numberFromEnvironment<quint64>("SEL_EVENTS_WHILE_FULL", 100000);
     disk = std::make_unique<SmallDisk>(logFolder, 64);
     QVERIFY(startDaemon());
     EventSource source(*device);
     source.send(3000);
     QCOMPARE(storageReports(*device), QStringList{failureReport(ENOSPC)});
-    const qint64 before = residentSize(device->processId());
+    const qint64 before = memoryOf(device->processId(), "VmRSS");
     source.send(events);
-    const qint64 after = residentSize(device->processId());
+    const qint64 after = memoryOf(device->processId(), "VmRSS");
     qInfo("%llu events while full: %lld KiB before, %lld KiB after",
           static_cast<unsigned long long>(events), static_cast<long long>(before),
           static_cast<long long>(after));

@@ -16,6 +16,7 @@
 #include "reliability/randommessages.h"
 #include "reliability/wirebus.h"
 #include "support/device.h"
+#include "support/environment.h"
 #include "support/literals.h"
 #include "support/syslogsocket.h"
 #include "support/testbus.h"
@@ -44,13 +45,6 @@ constexpr int sanitizerKeeps = 600000; // KiB of freed memory in its quarantine,
 constexpr int sanitizerKeeps = 0;
 #endif
 
-int numberFromEnvironment(const char *name, int otherwise)
-{
-    bool isSet = false;
-    const int number = qEnvironmentVariableIntValue(name, &isSet);
-    return isSet ? number : otherwise;
-}
-
 //! A file whose open descriptors can be told from all others.
 class PassedFile
 {
@@ -73,25 +67,9 @@ private:
     int descriptor;
 };
 
-WireMessage daemonCall(const QByteArray &interface, const QByteArray &member)
-{
-    WireMessage message;
-    message.type = WireMessage::Call;
-    message.path = "/system/eventlog";
-    message.interface = interface;
-    message.member = member;
-    message.destination = "com.tovel.systemeventlogger";
-    return message;
-}
-
-WireMessage questionForMinimum()
-{
-    return daemonCall("local.LogManager", "getMinLogNr");
-}
-
 WireMessage switchOnLogging()
 {
-    WireMessage message = daemonCall("org.freedesktop.DBus.Properties", "Set");
+    WireMessage message = callOfLogNode("Set", "org.freedesktop.DBus.Properties");
     message.flags = WireMessage::NoReply;
     message.signature = "ssv";
     WireWriter out;
@@ -99,25 +77,6 @@ WireMessage switchOnLogging()
     out.text("logLocal");
     out.signature("b");
     out.fixed(1, 4);
-    message.body = out.bytes;
-    return message;
-}
-
-//! A status change whose one value is an array of the given type, of \a count like elements.
-WireMessage statusChange(const QByteArray &type, const QByteArray &element, int alignment,
-                         int count)
-{
-    WireMessage message;
-    message.path = "/x";
-    message.interface = "com.tovel.status";
-    message.member = "change";
-    message.signature = "iv";
-    WireWriter out;
-    out.fixed(1002, 4);
-    out.signature(type);
-    const WireWriter::Array array = out.beginArray(alignment);
-    out.bytes += element.repeated(count);
-    out.endArray(array);
     message.body = out.bytes;
     return message;
 }
@@ -367,7 +326,7 @@ void HostileBusTest::passedDescriptorsAreClosed()
     PassedFile file;
     WireBus peer(bus.address());
     // Each is the first, second, third and fourth once: "h", aligned.
-    WireMessage message = statusChange("av", QByteArray("\1h\0\0\0\0\0\0", 8), 1, 4);
+    WireMessage message = statusChange(1002, "av", QByteArray("\1h\0\0\0\0\0\0", 8), 1, 4);
     message.descriptors = 4;
     const QStringList before = openedBy(process);
     const quint64 first = device->result("getMaxLogNr"_s).toULongLong();
@@ -416,7 +375,7 @@ void HostileBusTest::largestMessages()
     WireBus peer(bus.address());
     QElapsedTimer timer;
     timer.start();
-    QVERIFY(peer.send(statusChange(type, element, alignment, size / int(element.size()))));
+    QVERIFY(peer.send(statusChange(1002, type, element, alignment, size / int(element.size()))));
     const quint32 serial = peer.nextSerial();
     QVERIFY(peer.sendBytes(questionForMinimum().toBytes(serial)));
     QVERIFY(peer.waitFor(serial, 10 * patience));
@@ -436,7 +395,7 @@ void HostileBusTest::eventLargerThanARecord()
     constexpr int values = 100000;
     const quint64 last = device->result("getMaxLogNr"_s).toULongLong();
     WireBus peer(bus.address());
-    QVERIFY(peer.send(statusChange("av", QByteArray("\1i\0\0abcd", 8), 1, values)));
+    QVERIFY(peer.send(statusChange(1002, "av", QByteArray("\1i\0\0abcd", 8), 1, values)));
     const quint32 serial = peer.nextSerial();
     QVERIFY(peer.sendBytes(questionForMinimum().toBytes(serial)));
     QVERIFY(peer.waitFor(serial, patience));

@@ -8,6 +8,7 @@
 
 #include "reliability/suddenend.h"
 
+#include "support/environment.h"
 #include "support/literals.h"
 #include "support/testbus.h"
 

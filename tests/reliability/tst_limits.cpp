@@ -6,17 +6,17 @@
 // 50,000 the catalogue takes 160 MB on tmpfs and 500 MB in the daemon, several times as much
 // with sanitizers.
 
+#include "reliability/processfigures.h"
 #include "support/device.h"
+#include "support/environment.h"
 #include "support/literals.h"
 #include "support/recordbytes.h"
 #include "support/testbus.h"
 
 #include <QDBusUnixFileDescriptor>
 #include <QDateTime>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QFileInfo>
 #include <QHostAddress>
 #include <QTemporaryDir>
 #include <QTest>
@@ -143,34 +143,6 @@ bool isWholeRange(const QString &json, quint64 first, quint64 last)
     return true;
 }
 
-//! A line of /proc/<pid>/status in KiB.
-qint64 memory(const Device &device, const QByteArray &name)
-{
-    QFile status("/proc/%1/status"_s.arg(device.processId()));
-    if (status.open(QIODevice::ReadOnly)) {
-        const QList<QByteArray> lines = status.readAll().split('\n');
-        for (const QByteArray &line : lines) {
-            if (line.startsWith(name + ':')) {
-                return line.simplified().split(' ').value(1).toLongLong();
-            }
-        }
-    }
-    return -1;
-}
-
-//! What the descriptors of the daemon are for: paths of files, where they are files.
-QStringList openFiles(const Device &device)
-{
-    const QDir descriptors("/proc/%1/fd"_s.arg(device.processId()));
-    const QStringList numbers
-        = descriptors.entryList(QDir::Files | QDir::System | QDir::NoDotAndDotDot);
-    QStringList targets;
-    for (const QString &number : numbers) {
-        targets.append(QFileInfo(descriptors.filePath(number)).symLinkTarget());
-    }
-    return targets;
-}
-
 //! Starts a daemon that may take its time.
 bool startSlowly(Device &device)
 {
@@ -289,7 +261,7 @@ void LimitsTest::softLimitOfOpenFilesIsNoLimit()
     QCOMPARE(device->result("getMaxLogNr"_s).toULongLong(), files.lastNumber());
     QVERIFY(isWholeRange(json(0, highest), 1, files.lastNumber()));
     const qint64 reading = timer.restart();
-    QVERIFY(openFiles(*device).size() >= ManyFiles::count);
+    QVERIFY(openedBy(device->processId()).size() >= ManyFiles::count);
 
     QVERIFY(rotates());
     const qint64 rotating = timer.restart();
@@ -300,8 +272,9 @@ void LimitsTest::softLimitOfOpenFilesIsNoLimit()
     const quint64 last = device->result("getMaxLogNr"_s).toULongLong();
     QVERIFY(last > files.lastNumber());
     QVERIFY(isWholeRange(json(0, highest), first, last));
-    qInfo("%d files, %llu records: read in %lld ms, rotated in %lld ms, %lld KiB at most",
-          ManyFiles::count, files.lastNumber(), reading, rotating, memory(*device, "VmHWM"));
+    qInfo("%d files, %llu records: read in %lld ms, rotated in %lld ms, %d KiB at most",
+          ManyFiles::count, files.lastNumber(), reading, rotating,
+          memoryOf(device->processId(), "VmHWM"));
 }
 
 void LimitsTest::hardLimitOfOpenFilesLeavesTheNewestReadable()
@@ -319,7 +292,7 @@ void LimitsTest::hardLimitOfOpenFilesLeavesTheNewestReadable()
     QVERIFY(isWholeRange(json(0, highest), first, files.lastNumber()));
     // Some are left to the bus and the network, which a message can make need one.
     constexpr int spare = 16;
-    QVERIFY(openFiles(*device).size() <= limit - spare);
+    QVERIFY(openedBy(device->processId()).size() <= limit - spare);
     device->changeRaw("/x"_s, Device::fillerId, QVariant::fromValue(QDBusUnixFileDescriptor(0)));
     QVERIFY(device->isServing());
 
@@ -363,7 +336,8 @@ void LimitsTest::veryFewDescriptors()
     const LimitedDaemon limited("-n " + QByteArray::number(limit));
     QVERIFY(device->start());
     const auto keptFiles = [this] {
-        return int(openFiles(*device).filter("/srv/public/log/"_s).size()) - 1; // the writer's
+        return int(openedBy(device->processId()).filter("/srv/public/log/"_s).size())
+            - 1; // the writer's
     };
 
     const quint64 first = device->result("getMinLogNr"_s).toULongLong();
@@ -401,9 +375,7 @@ void LimitsTest::veryFewDescriptors()
 void LimitsTest::largeCatalogue()
 {
     constexpr int languages = 40;
-    const int kinds = qEnvironmentVariableIsSet("SEL_LIMITS_KINDS")
-        ? qEnvironmentVariableIntValue("SEL_LIMITS_KINDS")
-        : 5000;
+    const int kinds = numberFromEnvironment("SEL_LIMITS_KINDS", 5000);
     QFile catalogue("/var/www/data/systemevent.xml"_s);
     QVERIFY(catalogue.open(QIODevice::WriteOnly));
     catalogue.write(
@@ -449,7 +421,7 @@ void LimitsTest::largeCatalogue()
             json(i + 1, i + 1, "l40"_s).endsWith("\"msg\":\"Kind %1 with %2\"}]"_s.arg(id, value)));
     }
     QVERIFY(json(4, 4).endsWith("\"error\":\"Lookup of typeid %1 failed.\"}]"_s.arg(kinds + 1)));
-    const qint64 idle = memory(*device, "VmRSS");
+    const qint64 idle = memoryOf(device->processId(), "VmRSS");
     qInfo("%d kinds in %d languages, %lld bytes of XML: start in %lld ms, %lld KiB", kinds,
           languages, size, starting, idle);
 #ifndef __SANITIZE_ADDRESS__ // which takes several times as much
@@ -515,11 +487,12 @@ void LimitsTest::largeDescriptionsFillAnAnswer()
         QCOMPARE(answer.count("xab\"}"_s), 31);
         QVERIFY(answer.size() > 31LL * megabyte);
     }
-    const qint64 most = memory(*device, "VmHWM");
+    const qint64 most = memoryOf(device->processId(), "VmHWM");
     const qint64 idle = [this] {
         qint64 now = 0;
-        (void)QTest::qWaitFor([&] { return (now = memory(*device, "VmRSS")) * 1024 < emptyDaemon; },
-                              forMemory);
+        (void)QTest::qWaitFor(
+            [&] { return (now = memoryOf(device->processId(), "VmRSS")) * 1024 < emptyDaemon; },
+            forMemory);
         return now;
     }();
     qInfo("answers of 31 texts of 1 MiB: %lld KiB at most, %lld KiB afterwards", most, idle);
@@ -583,13 +556,14 @@ void LimitsTest::memoryOfALargeValueComesBack()
         device->settle();
     };
     send(middleSize); // whatever does not depend on the size is there now
-    const qint64 before = memory(*device, "VmRSS");
+    const qint64 before = memoryOf(device->processId(), "VmRSS");
     send(3 * megabyte);
-    const qint64 most = memory(*device, "VmHWM");
+    const qint64 most = memoryOf(device->processId(), "VmHWM");
     const qint64 after = [&] {
         qint64 now = 0;
-        (void)QTest::qWaitFor([&] { return (now = memory(*device, "VmRSS")) < before + little; },
-                              forMemory);
+        (void)QTest::qWaitFor(
+            [&] { return (now = memoryOf(device->processId(), "VmRSS")) < before + little; },
+            forMemory);
         return now;
     }();
     qInfo("a value of 3 MiB: %lld KiB before, %lld at most, %lld afterwards", before, most, after);

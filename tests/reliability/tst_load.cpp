@@ -11,7 +11,9 @@
 //                  whether a rate can be sustained.
 
 #include "reliability/floodsender.h"
+#include "reliability/processfigures.h"
 #include "support/device.h"
+#include "support/environment.h"
 #include "support/faultydisk.h"
 #include "support/literals.h"
 #include "support/testbus.h"
@@ -21,7 +23,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QHash>
-#include <QRegularExpression>
 #include <QTemporaryFile>
 #include <QTest>
 #include <QtEndian>
@@ -43,25 +44,6 @@ constexpr int logtail = 100000;    // more files than any count here fills
 constexpr int patience = 120000;   // milliseconds without any progress
 constexpr int bundleRecords = 100; // more than a bundle holds
 constexpr int mebi = 1024 * 1024;
-
-int number(const char *variable, int otherwise)
-{
-    bool ok = false;
-    const int value = qEnvironmentVariableIntValue(variable, &ok);
-    return ok ? value : otherwise;
-}
-
-//! A line of a process's status, in KiB.
-int memory(qint64 process, const char *what)
-{
-    QFile status("/proc/%1/status"_s.arg(process));
-    if (!status.open(QIODevice::ReadOnly)) {
-        return 0;
-    }
-    const QRegularExpression line("^%1:\\s+(\\d+) kB"_s.arg(QString::fromLatin1(what)),
-                                  QRegularExpression::MultilineOption);
-    return line.match(QString::fromLatin1(status.readAll())).captured(1).toInt();
-}
 
 //! Where the records of a file begin, and its end; found by walking backwards.
 QList<int> bordersOf(const QByteArray &file)
@@ -198,8 +180,8 @@ struct Watch {
     explicit Watch(const Device &device)
         : daemon(device.processId())
         , bus(QDBusConnection::systemBus().interface()->servicePid("org.freedesktop.DBus"_s))
-        , daemonIdle(memory(daemon, "VmRSS"))
-        , busIdle(memory(bus, "VmRSS"))
+        , daemonIdle(memoryOf(daemon, "VmRSS"))
+        , busIdle(memoryOf(bus, "VmRSS"))
     {
     }
 
@@ -208,9 +190,9 @@ struct Watch {
         stored = std::max(stored, newestStored());
         waiting = std::max(waiting, sent - int(stored));
         daemonPeak = std::max(daemonPeak, daemonNow());
-        busPeak = std::max(busPeak, memory(bus, "VmRSS") - busIdle);
+        busPeak = std::max(busPeak, memoryOf(bus, "VmRSS") - busIdle);
     }
-    [[nodiscard]] int daemonNow() const { return memory(daemon, "VmRSS") - daemonIdle; }
+    [[nodiscard]] int daemonNow() const { return memoryOf(daemon, "VmRSS") - daemonIdle; }
 
     qint64 daemon;
     qint64 bus;
@@ -292,7 +274,7 @@ void LoadTest::nothingIsLost_data()
     QTest::addColumn<int>("fsyncDelay"); // microseconds
     QTest::addColumn<int>("events");
 
-    const int events = number("SEL_LOAD_EVENTS", 20000) / 100 * 100;
+    const int events = numberFromEnvironment("SEL_LOAD_EVENTS", 20000) / 100 * 100;
     QTest::newRow("storage as fast as memory") << 0 << events;
     QTest::newRow("an fsync takes 5 ms") << 5000 << events;
     QTest::newRow("an fsync takes 50 ms") << 50000 << events / 10;
@@ -313,7 +295,7 @@ void LoadTest::nothingIsLost()
     QVERIFY(device.start());
 
     Watch watch(device);
-    const int rate = number("SEL_LOAD_RATE", 0);
+    const int rate = numberFromEnvironment("SEL_LOAD_RATE", 0);
     const Senders senders(bus.address(), senderCount,
                           {{}, events / senderCount, textSize, rate / senderCount});
     QVERIFY(store(watch, senders, events));

@@ -10,6 +10,7 @@
 #include "reliability/processfigures.h"
 #include "reliability/wirebus.h"
 #include "support/device.h"
+#include "support/environment.h"
 #include "support/literals.h"
 #include "support/recordbytes.h"
 #include "support/syslogsocket.h"
@@ -21,8 +22,6 @@
 #include <algorithm>
 #include <memory>
 
-#include <unistd.h>
-
 namespace
 {
 
@@ -31,51 +30,10 @@ constexpr int longest = 4096 + 3; // characters of a line, and the mark of one t
 constexpr int fewBytes = 500000;  // of all lines, where none is long
 constexpr int patience = 600000;  // milliseconds; against a hang, on any machine
 
-int numberFromEnvironment(const char *name, int otherwise)
-{
-    bool isSet = false;
-    const int number = qEnvironmentVariableIntValue(name, &isSet);
-    return isSet ? number : otherwise;
-}
-
-//! What a process has used of the processor, in milliseconds.
-qint64 processorTime(qint64 process)
-{
-    QFile file("/proc/%1/stat"_s.arg(process));
-    (void)file.open(QIODevice::ReadOnly);
-    const QByteArray line = file.readAll();
-    const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
-    return (fields.value(11).toLongLong() + fields.value(12).toLongLong()) * 1000
-        / sysconf(_SC_CLK_TCK);
-}
-
 //! A status change with so many like values.
 WireMessage manyValues(const QByteArray &value, int count)
 {
-    WireMessage message;
-    message.path = "/x";
-    message.interface = "com.tovel.status";
-    message.member = "change";
-    message.signature = "iv";
-    WireWriter out;
-    out.fixed(1002, 4);
-    out.signature("av");
-    const WireWriter::Array array = out.beginArray(1);
-    out.bytes += value.repeated(count);
-    out.endArray(array);
-    message.body = out.bytes;
-    return message;
-}
-
-WireMessage question()
-{
-    WireMessage message;
-    message.type = WireMessage::Call;
-    message.path = "/system/eventlog";
-    message.interface = "local.LogManager";
-    message.member = "getMinLogNr";
-    message.destination = "com.tovel.systemeventlogger";
-    return message;
+    return statusChange(1002, "av", value, 1, count);
 }
 
 //! A byte, which is never stored.
@@ -147,7 +105,7 @@ void MessageFloodTest::send(const WireMessage &message)
     WireBus peer(bus.address());
     QVERIFY(peer.send(message));
     const quint32 serial = peer.nextSerial();
-    QVERIFY(peer.sendBytes(question().toBytes(serial)));
+    QVERIFY(peer.sendBytes(questionForMinimum().toBytes(serial)));
     QVERIFY(peer.waitFor(serial, patience));
     hearSyslog();
 }
@@ -170,12 +128,12 @@ void MessageFloodTest::valuesThatCannotBeStored()
     QCOMPARE(logged.count(unhandled), 10);
     QCOMPARE(count(unhandled), 10);
 
-    const qint64 before = processorTime(device->processId());
+    const qint64 before = processorTimeOf(device->processId());
     for (int i = 0; i < messages; ++i) {
         send(manyValues(unstorable(), values));
     }
     qInfo("%d messages of %d values: %lld ms of processor time, %d bytes", messages, values,
-          processorTime(device->processId()) - before, int(device->output().size()));
+          processorTimeOf(device->processId()) - before, int(device->output().size()));
     QCOMPARE(count(unhandled), most);
     QVERIFY(logged.size() <= most); // its queue may have been full
     QCOMPARE(logged.count(unhandled), logged.size());
@@ -197,10 +155,10 @@ void MessageFloodTest::nestedValues()
 {
     const int values = numberFromEnvironment("SEL_FLOOD_NESTED", 5000);
     QVERIFY(device->start());
-    const qint64 before = processorTime(device->processId());
+    const qint64 before = processorTimeOf(device->processId());
     send(manyValues(nested(), values));
     qInfo("%d values: %lld ms of processor time, %d bytes", values,
-          processorTime(device->processId()) - before, int(device->output().size()));
+          processorTimeOf(device->processId()) - before, int(device->output().size()));
 
     QCOMPARE(count("SystemeventArgument::lookupVariant( QVariant("_s), most);
     QVERIFY(device->output().size() < fewBytes);

@@ -138,6 +138,51 @@ QByteArray WireMessage::toBytes(quint32 serial) const
     return out.bytes + body;
 }
 
+WireMessage callOfLogNode(const QByteArray &member, const QByteArray &interface)
+{
+    WireMessage message;
+    message.type = WireMessage::Call;
+    message.path = "/system/eventlog";
+    message.interface = interface;
+    message.member = member;
+    message.destination = "com.tovel.systemeventlogger";
+    return message;
+}
+
+WireMessage questionForAll()
+{
+    WireMessage message = callOfLogNode("jsonLogfile");
+    message.signature = "tt";
+    WireWriter out;
+    out.fixed(0, 8);
+    out.fixed(~quint64(0), 8);
+    message.body = out.bytes;
+    return message;
+}
+
+WireMessage questionForMinimum()
+{
+    return callOfLogNode("getMinLogNr");
+}
+
+WireMessage statusChange(int eventId, const QByteArray &type, const QByteArray &element,
+                         int alignment, int count)
+{
+    WireMessage message;
+    message.path = "/x";
+    message.interface = "com.tovel.status";
+    message.member = "change";
+    message.signature = "iv";
+    WireWriter out;
+    out.fixed(quint64(eventId), 4);
+    out.signature(type);
+    const WireWriter::Array array = out.beginArray(alignment);
+    out.bytes += element.repeated(count);
+    out.endArray(array);
+    message.body = out.bytes;
+    return message;
+}
+
 QByteArray WireAnswer::text() const
 {
     const quint32 size = numberAt(body, 0);

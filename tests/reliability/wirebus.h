@@ -49,6 +49,17 @@ struct WireMessage {
     [[nodiscard]] QByteArray toBytes(quint32 serial) const;
 };
 
+//! A call of a method of the daemon's log node.
+WireMessage callOfLogNode(const QByteArray &member,
+                          const QByteArray &interface = "local.LogManager");
+//! A call that asks for the whole log.
+WireMessage questionForAll();
+//! A call with a small answer.
+WireMessage questionForMinimum();
+//! A status change whose one value is an array of the given type, of \a count like elements.
+WireMessage statusChange(int eventId, const QByteArray &type, const QByteArray &element,
+                         int alignment, int count);
+
 //! What a test wants to know of a message that came.
 struct WireAnswer {
     int type = 0;
