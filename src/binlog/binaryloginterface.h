@@ -22,8 +22,9 @@
  *
  * Numbering: runs on across files, clearing and restarts; a start with no record
  * anywhere begins at 1.
- * Owns: the handle of the current file; nobody else may write in the directory. As long as
- * that file is open the directory is locked (FolderLock), unless somebody else has the lock.
+ * Owns: the handle of the current file; nobody else may write in the directory meanwhile, a
+ * repair only before and after. As long as that file is open the directory is locked
+ * (FolderLock), unless somebody else has the lock.
  * Failure: ends the process with a fatal message when the directory or the
  * current file cannot be opened. A bundle that cannot be written is lost as a whole,
  * its numbers stay unused, and storing goes on with the next one; one whose fsync fails
