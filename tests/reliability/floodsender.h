@@ -8,7 +8,7 @@
 #include <thread>
 
 /*!
- * Sends status changes faster than any binding can: ready bytes, in blocks, over a raw
+ * Sends status changes faster than QtDBus or libdbus can: ready bytes, in blocks, over a raw
  * connection to the bus, from a thread of its own. Waits only where the bus takes no
  * more. Every change is event 1002 with one text, which textOf() gives.
  */

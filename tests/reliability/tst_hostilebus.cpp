@@ -9,7 +9,7 @@
 // SEL_HOSTILE_VALUES: how many values that cannot be stored come in one signal (100000).
 // SEL_SEED: what to begin with (printed); the same seed sends the same messages.
 //
-// The messages are written byte by byte onto the bus's socket. Bindings refuse most of
+// The messages are written byte by byte onto the bus's socket. QtDBus and libdbus refuse most of
 // what is sent here before it leaves the sender, the malformed above all.
 
 #include "reliability/processfigures.h"

@@ -9,8 +9,8 @@
 #include <optional>
 
 /*!
- * The bytes of values on the bus, little-endian and aligned. No binding is asked: each
- * refuses what it takes for wrong, and the daemon must bear what the bus lets through.
+ * The bytes of values on the bus, little-endian and aligned. Neither QtDBus nor libdbus is
+ * asked: both refuse what they take for wrong, and the daemon must bear what the bus lets through.
  */
 class WireWriter
 {

@@ -22,8 +22,8 @@ private Q_SLOTS:
     void substitution();
     void substitutionOfNumbers_data();
     void substitutionOfNumbers();
-    void surplusValueIsDroppedWithTheFrameworksWarning();
-    void substitutionIsThatOfTheFramework();
+    void surplusValueIsDroppedWithTheWarningOfQt();
+    void substitutionIsThatOfQt();
 
     void longestText_data();
     void longestText();
@@ -76,16 +76,16 @@ QRegularExpression warningOfSurplusValue()
  * Keeps Qt's warnings of surplus values and of digits beyond ASCII off
  * the output of a test that meets thousands of them; other messages are counted.
  */
-class FrameworkMaySpeak
+class QtMaySpeak
 {
 public:
-    FrameworkMaySpeak()
+    QtMaySpeak()
         : before(qInstallMessageHandler(handleMessage))
     {
         otherMessages = 0;
     }
-    ~FrameworkMaySpeak() { qInstallMessageHandler(before); }
-    Q_DISABLE_COPY_MOVE(FrameworkMaySpeak)
+    ~QtMaySpeak() { qInstallMessageHandler(before); }
+    Q_DISABLE_COPY_MOVE(QtMaySpeak)
 
     static int otherMessages;
 
@@ -101,7 +101,7 @@ private:
     QtMessageHandler before;
 };
 
-int FrameworkMaySpeak::otherMessages = 0;
+int QtMaySpeak::otherMessages = 0;
 
 //! Texts and values made of what matters to placeholders, the same for the same seed.
 class RandomTexts
@@ -270,7 +270,7 @@ void EventTextTest::substitutionOfNumbers()
     QCOMPARE(made.text(), text + "|"_s + groupedText);
 }
 
-void EventTextTest::surplusValueIsDroppedWithTheFrameworksWarning()
+void EventTextTest::surplusValueIsDroppedWithTheWarningOfQt()
 {
     EventText text("value %1"_s);
 
@@ -283,13 +283,13 @@ void EventTextTest::surplusValueIsDroppedWithTheFrameworksWarning()
     QCOMPARE(text.text(), "value a"_s);
 }
 
-void EventTextTest::substitutionIsThatOfTheFramework()
+void EventTextTest::substitutionIsThatOfQt()
 {
     constexpr quint32 seed = 20240501;
     constexpr int rounds = 5000;
     qInfo("seed %u", seed);
     RandomTexts random(seed);
-    const FrameworkMaySpeak frameworkMaySpeak;
+    const QtMaySpeak qtMaySpeak;
 
     for (int round = 0; round < rounds; ++round) {
         const QString templateText = random.text(10);
@@ -301,7 +301,7 @@ void EventTextTest::substitutionIsThatOfTheFramework()
                      qPrintable("round %1, template "_s.arg(round) + templateText));
         }
     }
-    QCOMPARE(FrameworkMaySpeak::otherMessages, 0);
+    QCOMPARE(QtMaySpeak::otherMessages, 0);
 }
 
 void EventTextTest::longestText_data()
