@@ -37,6 +37,24 @@ Descriptor openFolder(const QString &path)
         ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
+void CloseDirectory::operator()(DIR *directory) const
+{
+    (void)::closedir(directory);
+}
+
+Directory openDirectory(int folder, const char *name)
+{
+    const int opened = ::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (opened < 0) {
+        return {};
+    }
+    Directory directory(::fdopendir(opened));
+    if (!directory) {
+        (void)::close(opened);
+    }
+    return directory;
+}
+
 FileIdentity identityOf(const struct stat &status)
 {
     return {quint64(status.st_dev), quint64(status.st_ino)};

@@ -4,9 +4,10 @@
 #include <QByteArray>
 #include <QtGlobal>
 
-#include <string_view>
+#include <memory>
 #include <utility>
 
+#include <dirent.h>
 #include <sys/stat.h>
 
 namespace Archive
@@ -35,6 +36,17 @@ private:
 
 //! Opens a folder for reading; not open, with errno, where that fails.
 Descriptor openFolder(const QString &path);
+
+struct CloseDirectory {
+    void operator()(DIR *directory) const;
+};
+using Directory = std::unique_ptr<DIR, CloseDirectory>;
+
+/*!
+ * Opens a folder within another one, or that itself (".") again, to list what is in it from
+ * its beginning. Null, with errno, where that fails, as of a link.
+ */
+Directory openDirectory(int folder, const char *name);
 
 //! Tells a file from every other, whatever its name.
 struct FileIdentity {

@@ -7,11 +7,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
 
 #include <dirent.h>
-#include <fcntl.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 namespace Archive
 {
@@ -21,28 +19,9 @@ namespace
 // A device that rotates a thousand times a second is listed in between all the same.
 constexpr int mostTries = 1000;
 
-struct CloseDirectory {
-    void operator()(DIR *directory) const { (void)closedir(directory); }
-};
-using Directory = std::unique_ptr<DIR, CloseDirectory>;
-
-//! Reads the folder from its beginning, whatever has been read of the descriptor before.
-Directory openDirectory(int folder)
-{
-    const int again = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (again < 0) {
-        return {};
-    }
-    Directory directory(fdopendir(again));
-    if (!directory) {
-        (void)::close(again);
-    }
-    return directory;
-}
-
 std::optional<Listing> listOnce(int folder)
 {
-    const Directory directory = openDirectory(folder);
+    const Directory directory = openDirectory(folder, ".");
     if (!directory) {
         return std::nullopt;
     }

@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "archive/filebytes.h"
-#include "archive/repairdisk.h"
-
 #include <QByteArray>
 #include <QHash>
 
@@ -39,12 +36,9 @@ public:
     [[nodiscard]] bool holds(const QByteArray &name, const QByteArray &bytes) const;
 
 private:
-    [[nodiscard]] Descriptor open() const;
-
     int parent;
     RepairLimits limits;
-    int files = 0;
-    qint64 size = 0;
+    qint64 size = 0;                 //!< of all that is known
     QHash<QByteArray, qint64> known; //!< sizes by name, reserved ones too
 };
 

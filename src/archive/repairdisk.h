@@ -3,6 +3,8 @@
 
 #include "archive/filebytes.h"
 
+#include <string_view>
+
 namespace Archive
 {
 
