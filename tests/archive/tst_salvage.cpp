@@ -299,6 +299,8 @@ private:
                                         const std::set<QByteArray> &before,
                                         const std::set<QByteArray> &after);
     static void print(const QByteArray &name, const Counts &counts);
+    static void printHeading(const char *title);
+    static void printKinds(const char *title, std::map<QByteArray, Counts> &counts);
 
     const int cases = numberFromEnvironment("SEL_SALVAGE_CASES", 2);
     const quint32 seed = numberFromEnvironment<quint32>("SEL_SALVAGE_SEED", 20261121);
@@ -414,24 +416,31 @@ void SalvageTest::print(const QByteArray &name, const Counts &counts)
                 counts.invented, counts.doubtful, percent(counts.before), percent(counts.after));
 }
 
+void SalvageTest::printHeading(const char *title)
+{
+    std::printf("\n| %s | Files | Records untouched | Found | False | False, but only likely | "
+                "Readable by the daemon before the repair | after |\n"
+                "|---|---:|---:|---:|---:|---:|---:|---:|\n",
+                title);
+}
+
+void SalvageTest::printKinds(const char *title, std::map<QByteArray, Counts> &counts)
+{
+    printHeading(title);
+    Counts sum;
+    for (const Kind &kind : kinds()) {
+        print(kind.name, counts[kind.name]);
+        sum.add(counts[kind.name]);
+    }
+    print("all", sum);
+}
+
 void SalvageTest::cleanupTestCase()
 {
-    const char *const heading
-        = "| %s | Files | Records untouched | Found | False | False, but only likely | "
-          "Readable by the daemon before the repair | after |\n"
-          "|---|---:|---:|---:|---:|---:|---:|---:|\n";
-    std::printf("\nseed %u; the slowest file after %lld ms\n\n", seed, slowest);
-    std::printf(heading, "Damage");
-    for (const Kind &kind : kinds()) {
-        print(kind.name, byKind[kind.name]);
-    }
-    std::printf("\n");
-    std::printf(heading, "Damage, with records over 64 KiB");
-    for (const Kind &kind : kinds()) {
-        print(kind.name, longByKind[kind.name]);
-    }
-    std::printf("\n");
-    std::printf(heading, "Log, and all damage but of pieces that are there twice");
+    std::printf("\nseed %u; the slowest file after %lld ms\n", seed, slowest);
+    printKinds("Damage", byKind);
+    printKinds("Damage, with records over 64 KiB", longByKind);
+    printHeading("Log, and all damage but of pieces that are there twice");
     for (const LogKind &log : logKinds) {
         print(log.name, byLog[log.name]);
     }

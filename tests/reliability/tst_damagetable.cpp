@@ -2,18 +2,23 @@
 
 // How much of a log stays readable after each kind of damage. Every damage is done in
 // every place, one at a time, to a log that the writer has written; a record counts as
-// readable where the answer shows it as before. Ends with the table, in Markdown.
+// readable where the answer shows it as before. Then the folder is repaired, and read again.
+// Ends with the table, in Markdown.
 //
+// SEL_SEED: of the damage at random places (1).
 // Every sixteenth answer is compared with that of a plain reading, and the bits of the length
 // fields are flipped in the two newest files; SEL_DAMAGE_ALL=1 compares every answer and
 // takes all files.
 
+#include "../reader/dice.h"
 #include "../reader/literalreader.h"
 #include "../reader/rewrittenfolder.h"
+#include "archive/repair.h"
 #include "binlog/binaryloginterface.h"
 #include "catalog/systemeventcatalogue.h"
 #include "logformat/encoding.h"
 #include "reader/systemeventlogfilereader.h"
+#include "support/environment.h"
 #include "support/literals.h"
 #include "support/readfaults.h"
 #include "support/recordbytes.h"
@@ -26,10 +31,12 @@
 #include <QtEndian>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
-#include <iterator>
+#include <functional>
 #include <random>
 #include <set>
+#include <utility>
 #include <vector>
 
 namespace
@@ -96,15 +103,18 @@ bool isWithin(const Numbers &part, const Numbers &whole)
 
 //! A damage, and what it costs at most: the tests below hold it to that.
 struct Damage {
-    const char *name;
+    QByteArray name;
     const char *loses;
+    bool isCertain = true; //!< a repair finds each record that is whole, in each case
 };
 
 //! One line of the table.
 struct Row {
     Damage damage;
     std::vector<int> readable; //!< in each case
-    int invalidJson = 0;       //!< elements of all answers
+    std::vector<int> mended;   //!< the same after the repair
+    int missed = 0;            //!< by the repair, though they are whole
+    int invalidJson = 0;       //!< elements of all answers before it
 };
 
 //! A field of a record, and how many records one wrong bit in it costs.
@@ -117,6 +127,93 @@ struct Field {
 };
 
 const QString separator = ",\n"_s;
+
+//! Damages the bytes of a file somewhere.
+using Spoil = std::function<void(QByteArray &bytes, Dice &dice)>;
+
+int placeIn(const QByteArray &bytes, Dice &dice)
+{
+    return dice.below(int(bytes.size()));
+}
+
+int pageIn(const QByteArray &bytes, Dice &dice)
+{
+    return dice.below(int(bytes.size()) / pageSize) * pageSize;
+}
+
+QByteArray randomBytes(int size, Dice &dice)
+{
+    QByteArray bytes(size, '\0');
+    std::generate(bytes.begin(), bytes.end(), [&dice] { return char(dice.below(256)); });
+    return bytes;
+}
+
+void cutOff(QByteArray &bytes, Dice &dice)
+{
+    bytes.truncate(placeIn(bytes, dice));
+}
+
+void insertBytes(QByteArray &bytes, Dice &dice)
+{
+    bytes.insert(placeIn(bytes, dice), randomBytes(dice.between(1, 100), dice));
+}
+
+void removeBytes(QByteArray &bytes, Dice &dice)
+{
+    bytes.remove(placeIn(bytes, dice), dice.between(1, 100));
+}
+
+void doubleBytes(QByteArray &bytes, Dice &dice)
+{
+    const int at = placeIn(bytes, dice);
+    bytes.insert(at, bytes.mid(at, dice.between(1, 100)));
+}
+
+const std::vector<std::pair<const char *, Spoil>> randomDamage{
+    {"a file cut off, and zeros to the end of the page",
+     [](QByteArray &bytes, Dice &dice) {
+         cutOff(bytes, dice);
+         bytes += QByteArray(pageSize - int(bytes.size()) % pageSize, '\0');
+     }},
+    {"a file cut off, and random bytes to the end of the page",
+     [](QByteArray &bytes, Dice &dice) {
+         cutOff(bytes, dice);
+         bytes += randomBytes(pageSize - int(bytes.size()) % pageSize, dice);
+     }},
+    {"the beginning of a file missing",
+     [](QByteArray &bytes, Dice &dice) { bytes.remove(0, placeIn(bytes, dice)); }},
+    {"a page of random bytes",
+     [](QByteArray &bytes, Dice &dice) {
+         bytes.replace(pageIn(bytes, dice), pageSize, randomBytes(pageSize, dice));
+     }},
+    {"a page missing",
+     [](QByteArray &bytes, Dice &dice) { bytes.remove(pageIn(bytes, dice), pageSize); }},
+    {"a page doubled",
+     [](QByteArray &bytes, Dice &dice) {
+         const int at = pageIn(bytes, dice);
+         bytes.insert(at, bytes.mid(at, pageSize));
+     }},
+    {"two pages swapped",
+     [](QByteArray &bytes, Dice & /*dice*/) {
+         std::swap_ranges(bytes.begin(), bytes.begin() + pageSize, bytes.begin() + pageSize);
+     }},
+    {"a page copied over another",
+     [](QByteArray &bytes, Dice &dice) {
+         const bool isForward = dice.chance(50);
+         const QByteArray copied = bytes.mid(isForward ? 0 : pageSize, pageSize);
+         bytes.replace(isForward ? pageSize : 0, pageSize, copied);
+     }},
+    {"bytes inserted", insertBytes},
+    {"bytes removed", removeBytes},
+    {"bytes doubled", doubleBytes},
+    {"bytes inserted, removed and doubled in several places",
+     [](QByteArray &bytes, Dice &dice) {
+         const std::array<Spoil, 3> all{insertBytes, removeBytes, doubleBytes};
+         for (int i = dice.between(2, 5); i > 0; --i) {
+             dice.oneOf(all)(bytes, dice);
+         }
+     }},
+};
 
 void silence(QtMsgType /*type*/, const QMessageLogContext & /*context*/,
              const QString & /*message*/)
@@ -151,6 +248,8 @@ private Q_SLOTS:
     void aFileTwiceInARow();
     void zerosAppended();
     void garbageAppended();
+    void somewhereInAFile_data();
+    void somewhereInAFile();
 
 private:
     void describeEvents();
@@ -166,7 +265,11 @@ private:
     void damagePages(const Damage &damage, const Spoil &spoil);
     [[nodiscard]] Row &row(const Damage &damage);
     [[nodiscard]] QString readAll(QString &problem);
+    [[nodiscard]] Numbers lostIn(const QStringList &elements) const;
+    [[nodiscard]] int beyond(const Numbers &expected) const;
+    [[nodiscard]] bool isThere(quint64 logNr) const;
     [[nodiscard]] QString problemAfter(const Damage &damage);
+    [[nodiscard]] QString problemAfterRepair(Row &counts);
 
     SystemeventCatalogue catalogue;
     RewrittenFolder folder;
@@ -174,6 +277,7 @@ private:
     QStringList healthy;            //!< the elements of the answer
     Numbers lost;                   //!< after the damage at hand: no longer shown as they were
     std::vector<Row> table;
+    const quint32 seed = numberFromEnvironment<quint32>("SEL_SEED", 1);
     const bool everything = qEnvironmentVariableIsSet("SEL_DAMAGE_ALL");
     int answers = 0;
     int comparisons = 0;
@@ -279,9 +383,9 @@ void DamageTableTest::put(int index, const QByteArray &bytes)
 Row &DamageTableTest::row(const Damage &damage)
 {
     const auto known = std::find_if(table.begin(), table.end(), [&damage](const Row &each) {
-        return qstrcmp(each.damage.name, damage.name) == 0;
+        return each.damage.name == damage.name;
     });
-    return known != table.end() ? *known : table.emplace_back(Row{damage, {}, 0});
+    return known != table.end() ? *known : table.emplace_back(Row{damage, {}, {}, 0, 0});
 }
 
 //! What the reader shows of all numbers, without the brackets.
@@ -312,6 +416,45 @@ QString DamageTableTest::readAll(QString &problem)
     return answer.mid(1).chopped(1);
 }
 
+//! The numbers that an answer does not show as it did before the damage.
+Numbers DamageTableTest::lostIn(const QStringList &elements) const
+{
+    Numbers numbers;
+    for (int i = 0; i < int(healthy.size()); ++i) {
+        if (elements.value(i) != healthy[i]) {
+            numbers.insert(quint64(i) + 1);
+        }
+    }
+    return numbers;
+}
+
+/*!
+ * How many are lost besides: wrong places may by chance hold the number of a record of any
+ * file.
+ */
+int DamageTableTest::beyond(const Numbers &expected) const
+{
+    return int(std::count_if(lost.begin(), lost.end(),
+                             [&expected](quint64 logNr) { return expected.count(logNr) == 0; }));
+}
+
+//! Whether a record's bytes are still in some file of the folder.
+bool DamageTableTest::isThere(quint64 logNr) const
+{
+    QByteArray bytes;
+    for (const HealthyFile &file : files) {
+        for (const Record &record : file.records) {
+            if (record.logNr == logNr) {
+                bytes = file.bytes.mid(record.begin, record.end - record.begin);
+            }
+        }
+    }
+    const QStringList names = folder.names();
+    return std::any_of(names.begin(), names.end(), [this, &bytes](const QString &name) {
+        return folder.content(name).contains(bytes);
+    });
+}
+
 //! Reads the damaged log as one case of its row; null where that went as it has to.
 QString DamageTableTest::problemAfter(const Damage &damage)
 {
@@ -321,18 +464,45 @@ QString DamageTableTest::problemAfter(const Damage &damage)
         return "the answer has %1 elements"_s.arg(elements.size());
     }
     Row &counts = row(damage);
-    lost.clear();
-    for (int i = 0; i < int(elements.size()); ++i) {
-        if (elements[i] == healthy[i]) {
-            continue;
-        }
-        lost.insert(quint64(i) + 1);
-        if (!elements[i].isEmpty() && !QJsonDocument::fromJson(elements[i].toUtf8()).isObject()) {
+    lost = lostIn(elements);
+    for (const quint64 logNr : lost) {
+        const QString &element = elements[int(logNr) - 1];
+        if (!element.isEmpty() && !QJsonDocument::fromJson(element.toUtf8()).isObject()) {
             ++counts.invalidJson;
         }
     }
     counts.readable.push_back(int(healthy.size()) - int(lost.size()));
-    return problem;
+    return problem.isEmpty() ? problemAfterRepair(counts) : problem;
+}
+
+/*!
+ * Repairs the damaged log and reads it again: what is whole is readable then. Where a file
+ * cannot be read all stays as it was.
+ */
+QString DamageTableTest::problemAfterRepair(Row &counts)
+{
+    Archive::RepairDisk disk;
+    Archive::Folder archive(folder.dir().path(), &catalogue);
+    if (!archive.open(Archive::Writers::None)) {
+        return "the folder cannot be opened"_s;
+    }
+    const Archive::RepairResult result = Archive::Repair(archive, disk).run();
+    QString problem;
+    const Numbers still = lostIn(readAll(problem).split(separator));
+    counts.mended.push_back(int(healthy.size()) - int(still.size()));
+    QDir(folder.dir().filePath("damaged"_s)).removeRecursively();
+    const bool isRead
+        = std::all_of(result.steps.begin(), result.steps.end(),
+                      [](const Archive::RepairStep &step) { return step.error == 0; });
+    if (!isRead) {
+        return still == lost ? problem : "a repair that failed has changed what is read"_s;
+    }
+    const auto missed = std::count_if(still.begin(), still.end(),
+                                      [this](quint64 logNr) { return isThere(logNr); });
+    counts.missed += int(missed);
+    return missed > 0 && counts.damage.isCertain
+        ? "%1 whole records are not found"_s.arg(qint64(missed))
+        : problem;
 }
 
 //! Flips one bit of a file, and says which.
@@ -423,12 +593,8 @@ void DamageTableTest::flipTrailers(int index)
                 = problemAfter({"a bit of a length field",
                                 "that record, those before it in its file, and one more"});
             QVERIFY2(problem.isEmpty(), qPrintable(flipped + ": "_s + problem));
-            // One that points before the start hides the record right behind. Elsewhere the
-            // wrong places may by chance hold the number of a record of any file.
-            Numbers others;
-            std::set_difference(lost.begin(), lost.end(), before.begin(), before.end(),
-                                std::inserter(others, others.end()));
-            QVERIFY2(others.size() <= 1, qPrintable(flipped));
+            // One that points before the start hides the record right behind.
+            QVERIFY2(beyond(before) <= 1, qPrintable(flipped));
         }
     }
 }
@@ -586,9 +752,8 @@ void DamageTableTest::zerosAppended()
 
 void DamageTableTest::garbageAppended()
 {
-    constexpr quint32 seed = 20240501;
     constexpr int most = 100;
-    std::mt19937_64 random(seed);
+    std::mt19937_64 random(20240501);
     for (int size = 1; size <= most; ++size) {
         QByteArray garbage(size, '\0');
         std::generate(garbage.begin(), garbage.end(), [&random] { return char(random()); });
@@ -596,6 +761,35 @@ void DamageTableTest::garbageAppended()
         QCOMPARE(problemAfter({"random bytes behind the newest file", "that file"}), QString());
         QVERIFY(isWithin(lost, numbersOf(files.front())));
     }
+}
+
+void DamageTableTest::somewhereInAFile_data()
+{
+    QTest::addColumn<int>("kind");
+    for (size_t kind = 0; kind < randomDamage.size(); ++kind) {
+        QTest::newRow(randomDamage[kind].first) << int(kind);
+    }
+}
+
+//! Each full file in turn.
+void DamageTableTest::somewhereInAFile()
+{
+    QFETCH(int, kind);
+    constexpr int cases = 99;
+    const auto &[name, spoil] = randomDamage[size_t(kind)];
+    const Damage damage{name, "that file, and one more", false};
+    for (int i = 0; i < cases; ++i) {
+        const int index = 1 + i % (fileCount - 1);
+        const HealthyFile &file = files[size_t(index)];
+        Dice dice(seed, quint32(kind * cases + i));
+        QByteArray bytes = file.bytes;
+        spoil(bytes, dice);
+        put(index, bytes);
+        QCOMPARE(problemAfter(damage), QString());
+        QVERIFY(beyond(numbersOf(file)) <= 1);
+        restore(index);
+    }
+    QVERIFY(row(damage).missed * 200 <= cases * int(healthy.size()));
 }
 
 void DamageTableTest::cleanupTestCase()
@@ -606,15 +800,21 @@ void DamageTableTest::cleanupTestCase()
     for (const HealthyFile &file : files) {
         std::printf(" %d", int(file.records.size()));
     }
-    std::printf(") stay readable, and so many elements are no valid JSON:\n\n"
-                "| Damage | Cases | Least | Median | Most | Lost at most | Invalid JSON |\n"
-                "|---|---:|---:|---:|---:|---|---:|\n");
+    std::printf(") stay readable before and after a repair, and so many elements before it "
+                "are no valid JSON:\n\n"
+                "| Damage | Cases | Before: least | median | most | Lost at most "
+                "| After: least | median | most | Missed | Invalid JSON |\n"
+                "|---|---:|---:|---:|---:|---|---:|---:|---:|---:|---:|\n");
     for (Row &each : table) {
-        auto &readable = each.readable;
-        std::sort(readable.begin(), readable.end());
-        std::printf("| %s | %zu | %d | %d | %d | %s | %d |\n", each.damage.name, readable.size(),
-                    readable.front(), readable[readable.size() / 2], readable.back(),
-                    each.damage.loses, each.invalidJson);
+        const auto figures = [](std::vector<int> &cases) {
+            std::sort(cases.begin(), cases.end());
+            return "%1 | %2 | %3"_s.arg(cases.front())
+                .arg(cases[cases.size() / 2])
+                .arg(cases.back());
+        };
+        std::printf("| %s | %zu | %s | %s | %s | %d | %d |\n", each.damage.name.constData(),
+                    each.readable.size(), qPrintable(figures(each.readable)), each.damage.loses,
+                    qPrintable(figures(each.mended)), each.missed, each.invalidJson);
     }
     std::printf("\n%d answers, the slowest after %lld ms; %d compared with a plain reading; "
                 "%d bits flipped\n\n",
