@@ -32,44 +32,44 @@ StoredMessage::StoredMessage(const SystemeventDescription &description,
 {
 }
 
-void StoredMessage::substitute(ValueTexts &text, const StoredValue &value,
+void StoredMessage::substitute(ValueTexts &values, const StoredValue &value,
                                const SystemeventArgument &argument) const
 {
     switch (ArgumentType::Code(value.type)) {
     case ArgumentType::Byte:
-        text.substitute(QString(QLatin1Char(char(value.integer))));
+        values.substitute(QString(QLatin1Char(char(value.integer))));
         return;
     case ArgumentType::Bool:
     case ArgumentType::Int16:
     case ArgumentType::Int32:
     case ArgumentType::Int64:
-        text.substitute(qlonglong(value.integer));
+        values.substitute(qlonglong(value.integer));
         return;
     case ArgumentType::UInt64:
-        text.substitute(qulonglong(value.integer));
+        values.substitute(qulonglong(value.integer));
         return;
     case ArgumentType::Float:
     case ArgumentType::Double:
-        text.substitute(value.real);
+        values.substitute(value.real);
         return;
     case ArgumentType::String:
-        text.substitute(value.isWhole() ? value.bytes : readError);
+        values.substitute(value.isWhole() ? value.bytes : readError);
         return;
     case ArgumentType::ByteArray:
-        text.substitute(value.isWhole() ? Utf8Text::upToZeroByte(value.bytes) : readError);
+        values.substitute(value.isWhole() ? Utf8Text::upToZeroByte(value.bytes) : readError);
         return;
     case ArgumentType::Variant:
-        substituteUnreadable(text, value);
+        substituteUnreadable(values, value);
         return;
     case ArgumentType::Enum:
         if (value.isWhole()) {
-            text.substitute(catalogue->enumText(argument.enumName, int(value.integer)));
+            values.substitute(catalogue->enumText(argument.enumName, int(value.integer)));
         } else {
-            text.substitute(readError);
+            values.substitute(readError);
         }
         return;
     case ArgumentType::Unknown:
-        text.substitute(std::string_view("unknown argument type! further errors ahead!"));
+        values.substitute(std::string_view("unknown argument type! further errors ahead!"));
         return;
     }
     // Another code has read nothing and leaves its placeholder to the next argument.
