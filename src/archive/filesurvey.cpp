@@ -2,9 +2,26 @@
 #include "archive/filesurvey.h"
 
 #include "archive/chainsearch.h"
+#include "logformat/bytesource.h"
 
 namespace Archive
 {
+namespace
+{
+
+//! Whether the daemon's walk gets over a damaged record, as its length is right.
+bool isFramed(const Record &record)
+{
+    if (record.fault != Fault::End) {
+        return true;
+    }
+    const qint64 trailer = qint64(record.bytes.size()) - LogFormat::trailerSize;
+    ByteSource in(record.bytes);
+    in.seek(trailer);
+    return LogFormat::readNumber<quint16>(in) == trailer;
+}
+
+} // namespace
 
 void FileSurvey::beginFile(int /*file*/, qint64 fileSize)
 {
@@ -74,8 +91,8 @@ void FileSurvey::record(const Place &place, const Record &record)
     }
     const bool isLikely = record.state == State::Likely;
     noteDamage(place, isLikely ? Fault::Unknown : record.fault);
-    const bool isFramed = isLikely ? record.isReadByDaemon : record.fault != Fault::End;
-    if (isFramed && doubtful.size() < mostDoubtful) {
+    const bool isKept = isLikely ? record.isReadByDaemon : isFramed(record);
+    if (isKept && doubtful.size() < mostDoubtful) {
         doubtful.push_back({place, record.head.logNr, isLikely});
     }
 }

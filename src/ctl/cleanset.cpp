@@ -212,7 +212,7 @@ CleanSet::Refusal CleanSet::prepare()
     }
     // Whatever bears such a name, the daemon would take it for a file of the set.
     const QStringList taken = QDir(target).entryList(
-        {QStringLiteral("zib[0-9]*")}, QDir::AllEntries | QDir::Hidden | QDir::System);
+        {LogFormat::readerNamePattern()}, QDir::AllEntries | QDir::Hidden | QDir::System);
     if (!taken.isEmpty()) {
         return {QStringLiteral(
                     "%1: there are log files already, such as %2; name another folder with -O")

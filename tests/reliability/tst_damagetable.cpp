@@ -476,7 +476,8 @@ QString DamageTableTest::problemAfter(const Damage &damage)
 }
 
 /*!
- * Repairs the damaged log and reads it again: what is whole is readable then. Where a file
+ * Repairs the damaged log and reads it again: what is whole is readable then, and so is what
+ * was readable before. Where a file
  * cannot be read all stays as it was.
  */
 QString DamageTableTest::problemAfterRepair(Row &counts)
@@ -500,6 +501,9 @@ QString DamageTableTest::problemAfterRepair(Row &counts)
     const auto missed = std::count_if(still.begin(), still.end(),
                                       [this](quint64 logNr) { return isThere(logNr); });
     counts.missed += int(missed);
+    if (!std::includes(lost.begin(), lost.end(), still.begin(), still.end())) {
+        return "what was readable is not any more"_s;
+    }
     return missed > 0 && counts.damage.isCertain
         ? "%1 whole records are not found"_s.arg(qint64(missed))
         : problem;
