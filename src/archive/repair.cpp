@@ -141,7 +141,8 @@ quint64 Repair::nextNumber(const Job &job, const std::vector<Range> &ranges) con
 {
     const FileBytes file(directory.get(), fileNameOf(job.step.file));
     QByteArray bytes;
-    if (ranges.size() == 1 || !file.read(0, job.step.size, bytes)) {
+    const bool isBeginning = ranges.size() == 1 && ranges.front().begin == 0;
+    if (isBeginning || !file.read(0, job.step.size, bytes)) {
         return DaemonWalk(file, sizeOf(ranges)).lastLogNr() + 1;
     }
     const QByteArray parts = partsOf(bytes, ranges);
@@ -164,7 +165,8 @@ void Repair::decide(Job &job, const FileSurvey &survey)
     QByteArray bytes;
     job.step.obstacle = RepairObstacle::Kept;
     if (survey.isNoted && file.isOpen() && file.read(0, survey.size, bytes)) {
-        if (!findContent(job, survey, bytes) || !keepsReadable(job, survey, bytes)) {
+        if (!findContent(job, survey, bytes) || leavesOutWalked(bytes, job.content)
+            || !keepsReadable(job, survey, bytes)) {
             job.step.obstacle = RepairObstacle::Unsure;
             return;
         }

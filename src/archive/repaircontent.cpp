@@ -180,6 +180,24 @@ std::vector<Range> goodContent(const FileSurvey &survey, const QByteArray &bytes
     return ranges;
 }
 
+bool leavesOutWalked(const QByteArray &bytes, const std::vector<Range> &content)
+{
+    const std::set<qint64> walked = walkedPositions(bytes);
+    if (walked.empty() || *walked.begin() != 0) {
+        return false;
+    }
+    qint64 end = bytes.size();
+    int leftOut = 0;
+    for (auto begin = walked.rbegin(); begin != walked.rend(); end = *begin++) {
+        const qint64 mark = end - LogFormat::trailerSize - 1;
+        if (end - *begin < LogFormat::minRecordSize || bytes[mark] != LogFormat::endMark) {
+            return false;
+        }
+        leftOut += positionInParts(*begin, content) < 0 ? 1 : 0;
+    }
+    return leftOut > 1; // one is a wrong number, which the daemon would go on with
+}
+
 std::vector<qint64> undoubtedRecords(const FileSurvey &survey, const QByteArray &bytes)
 {
     return SoundEnd(bytes, survey).begins();

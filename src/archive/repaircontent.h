@@ -23,6 +23,12 @@ std::vector<Range> rangesOfRanges(const std::vector<Range> &outer, const std::ve
 std::set<qint64> walkedPositions(const QByteArray &bytes);
 
 /*!
+ * Whether several records would be left out of a file that the daemon's walk takes apart into
+ * nothing but records with right ends. All of it is readable, whatever looks wrong.
+ */
+bool leavesOutWalked(const QByteArray &bytes, const std::vector<Range> &content);
+
+/*!
  * Where records begin that the daemon finds without a doubt, the last one first: from the
  * end of a file, as long as nothing is wrong. A last number far from the one before is, and
  * so is one in front of them all that does not follow what is good before it.

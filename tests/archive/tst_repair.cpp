@@ -190,6 +190,7 @@ private Q_SLOTS:
     void attributesStay();
     void tornEndIsCutOffAndKept();
     void wrongLastNumberIsNotGoneOnWith();
+    void numbersBeyondAllBoundsAreLeft();
     void numberThatIsThereTwiceIsNoDamage();
     void damageLeftInAMendedFileIsTold();
     void fullQuarantineLeavesOlderFiles();
@@ -217,6 +218,9 @@ void RepairTest::folders()
     QTest::newRow("a damaged record in the current file is taken out")
         << QList<QByteArray>{brokenRecords(10, 20), old}
         << QList<QByteArray>{records(10, 11) + records(13, 20), old} << quint64(21);
+    QTest::newRow("damage in front of all records of the current file")
+        << QList<QByteArray>{QByteArray(50, 'x') + records(10, 20), old}
+        << QList<QByteArray>{records(10, 20), old} << quint64(21);
     QTest::newRow("damage in the middle and at the end")
         << QList<QByteArray>{brokenRecords(10, 20) + "torn", old}
         << QList<QByteArray>{records(10, 11) + records(13, 20), old} << quint64(21);
@@ -396,6 +400,22 @@ void RepairTest::wrongLastNumberIsNotGoneOnWith()
         QCOMPARE(result.nextAfter, quint64(6));
         QCOMPARE(folder.content(0), records(1, 5));
     }
+}
+
+void RepairTest::numbersBeyondAllBoundsAreLeft()
+{
+    const quint64 bound = quint64(1) << 53;
+    const LogFolder folder;
+    folder.put(1, records(bound - 9, bound + 9));
+    folder.put(0, records(bound + 10, bound + 15));
+    const Files original = contentOf(folder);
+    BadDisk disk;
+    const RepairResult result = repair(folder, disk);
+    QVERIFY(!result.isWell());
+    QCOMPARE(disk.stepCount(), 0);
+    QCOMPARE(result.steps.at(0).obstacle, RepairObstacle::Unsure);
+    QCOMPARE(result.nextAfter, bound + 16);
+    QVERIFY(contentOf(folder) == original);
 }
 
 void RepairTest::numberThatIsThereTwiceIsNoDamage()
