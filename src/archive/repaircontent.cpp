@@ -190,7 +190,8 @@ bool leavesOutWalked(const QByteArray &bytes, const std::vector<Range> &content)
     int leftOut = 0;
     for (auto begin = walked.rbegin(); begin != walked.rend(); end = *begin++) {
         const qint64 mark = end - LogFormat::trailerSize - 1;
-        if (end - *begin < LogFormat::minRecordSize || bytes[mark] != LogFormat::endMark) {
+        if (end - *begin < LogFormat::minRecordSize
+            || bytes.constData()[mark] != LogFormat::endMark) {
             return false;
         }
         leftOut += positionInParts(*begin, content) < 0 ? 1 : 0;
