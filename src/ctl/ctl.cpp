@@ -5,6 +5,7 @@
 #include "ctl/interruption.h"
 #include "ctl/messages.h"
 #include "ctl/outputstream.h"
+#include "ctl/pager.h"
 #include "ctl/repaircommand.h"
 #include "ctl/salvagecommand.h"
 #include "ctl/showcommand.h"
@@ -81,6 +82,8 @@ int runCtl(int argc, char **argv)
     } catch (const WrongUsage &wrong) {
         Messages::tell(QString::fromStdString(wrong.reason));
         return int(ExitStatus::WrongUsage);
+    } catch (const Pager::Left &) {
+        return int(ExitStatus::Done);
     } catch (const OutputFailure &failure) {
         if (failure.error == EPIPE) {
             endByClosedPipe();              // who reads has had enough

@@ -17,12 +17,17 @@
 class Pager
 {
 public:
+    //! Thrown where who reads has left the pager before the end, and seen enough.
+    struct Left {
+    };
+
     //! \a command is a line for the shell; with an empty one nothing is done.
     explicit Pager(const std::string &command);
     //! Waits until the user has had enough.
     ~Pager();
     Q_DISABLE_COPY_MOVE(Pager)
 
+    [[nodiscard]] bool isUsed() const { return process > 0; }
     //! Throws Interruption::Happened after Ctrl-C, which the pager outlives.
     void check() const
     {
@@ -32,7 +37,7 @@ public:
     }
 
 private:
-    int terminal = -1; //!< standard output as it was
-    pid_t process = -1;
+    int terminal = -1;  //!< standard output as it was
+    pid_t process = -1; //!< the pager
     std::optional<Interruption> interruption;
 };

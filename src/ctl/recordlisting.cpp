@@ -4,6 +4,7 @@
 #include "ctl/language.h"
 #include "ctl/newestfirst.h"
 
+#include <cerrno>
 #include <limits>
 
 namespace
@@ -104,12 +105,19 @@ void RecordListing::print(RecordOrder &order)
     printing->showWholeOnly(wholeOnly);
     printer->expect(order.highestNumber());
     printer->begin();
-    if (plan.selection.newestFirst) {
-        printBackwards(order);
-    } else {
-        printForwards(order);
+    try {
+        if (plan.selection.newestFirst) {
+            printBackwards(order);
+        } else {
+            printForwards(order);
+        }
+        out.flush(); // while there is a pager
+    } catch (const OutputFailure &failure) {
+        if (!pager.isUsed() || failure.error != EPIPE) {
+            throw;
+        }
+        throw Pager::Left{};
     }
-    out.flush(); // while there is a pager
 }
 
 void RecordListing::printBackwards(RecordOrder &order)

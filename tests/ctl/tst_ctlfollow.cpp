@@ -23,7 +23,7 @@ using RecordBytes::sized;
 namespace
 {
 
-QByteArray message(quint64 logNr, const QByteArray &text = "text")
+QByteArray storedEvent(quint64 logNr, const QByteArray &text = "text")
 {
     Fields fields;
     fields.logNr = logNr;
@@ -32,11 +32,11 @@ QByteArray message(quint64 logNr, const QByteArray &text = "text")
     return record(fields);
 }
 
-QByteArray messages(quint64 from, quint64 to)
+QByteArray numbered(quint64 from, quint64 to)
 {
     QByteArray bytes;
     for (quint64 i = from; i <= to; ++i) {
-        bytes += message(i, "number " + QByteArray::number(i));
+        bytes += storedEvent(i, "number " + QByteArray::number(i));
     }
     return bytes;
 }
@@ -194,26 +194,26 @@ void CtlFollowTest::withinASecond()
 
 void CtlFollowTest::whatIsThereComesFirst()
 {
-    folder->put(1, messages(1, 5));
-    folder->put(0, messages(6, 8));
+    folder->put(1, numbered(1, 5));
+    folder->put(0, numbered(6, 8));
     Following following(folder->dir(), {"-n"_s, "4"_s});
-    folder->append(0, messages(9, 10));
+    folder->append(0, numbered(9, 10));
     QCOMPARE(following.numbers(6), range(5, 10));
 }
 
 void CtlFollowTest::newOnesAlone()
 {
-    folder->put(0, messages(1, 5));
+    folder->put(0, numbered(1, 5));
     Following following(folder->dir(), {"-n"_s, "0"_s});
-    folder->append(0, messages(6, 7));
+    folder->append(0, numbered(6, 7));
     QCOMPARE(following.numbers(2), range(6, 7));
 }
 
 void CtlFollowTest::selection()
 {
-    folder->put(0, messages(1, 5));
+    folder->put(0, numbered(1, 5));
     Following following(folder->dir(), {"-g"_s, "[27]$"_s});
-    folder->append(0, messages(6, 8));
+    folder->append(0, numbered(6, 8));
     QCOMPARE(following.numbers(2), (QList<quint64>{2, 7}));
 }
 
@@ -298,7 +298,7 @@ void CtlFollowTest::tornEnd()
     Following following(folder->dir());
     for (int i = 1; i <= 3; ++i) {
         // A write that a power cut has ended; the repair before a start cuts it off.
-        folder->append(0, message(999, "torn").left(20 + 10 * i));
+        folder->append(0, storedEvent(999, "torn").left(20 + 10 * i));
         QCOMPARE(runCtl({"repair"_s, "-D"_s, folder->dir().path(), "-q"_s}).status, 0);
         writeEvents(*writer(folder->dir()), 5);
         QCOMPARE(following.numbers(5 + 5 * i).size(), 5 + 5 * i);
@@ -309,9 +309,9 @@ void CtlFollowTest::tornEnd()
 
 void CtlFollowTest::recordInPieces()
 {
-    folder->put(0, messages(1, 2));
+    folder->put(0, numbered(1, 2));
     Following following(folder->dir());
-    const QByteArray next = message(3) + message(4);
+    const QByteArray next = storedEvent(3) + storedEvent(4);
     for (const char byte : next) {
         folder->append(0, QByteArray(1, byte));
     }
@@ -321,8 +321,8 @@ void CtlFollowTest::recordInPieces()
 
 void CtlFollowTest::numbersThatBeginAgain()
 {
-    folder->put(1, messages(100, 110));
-    folder->put(0, messages(111, 120));
+    folder->put(1, numbered(100, 110));
+    folder->put(0, numbered(111, 120));
     Following following(folder->dir(), {"-n"_s, "1"_s});
     QCOMPARE(following.numbers(1), range(120, 120));
     // All is deleted, and the next start finds no number to go on with.
@@ -333,30 +333,30 @@ void CtlFollowTest::numbersThatBeginAgain()
     writeEvents(*log, 3);
     QCOMPARE(following.numbers(4), range(120, 120) + range(1, 3));
     // In the same file, as behind an end that could not be read.
-    folder->append(0, messages(1, 2));
+    folder->append(0, numbered(1, 2));
     QCOMPARE(following.numbers(6), range(120, 120) + range(1, 3) + range(1, 2));
 }
 
 //! As by a repair.
 void CtlFollowTest::fileWrittenAnew()
 {
-    folder->put(1, messages(1, 5));
-    folder->put(0, messages(6, 10) + QByteArray(30, '\0') + messages(11, 12));
+    folder->put(1, numbered(1, 5));
+    folder->put(0, numbered(6, 10) + QByteArray(30, '\0') + numbered(11, 12));
     Following following(folder->dir());
     QCOMPARE(following.numbers(12), range(1, 12));
-    folder->put("new"_s, messages(6, 12));
+    folder->put("new"_s, numbered(6, 12));
     QCOMPARE(::rename(qPrintable(folder->path("new"_s)), qPrintable(folder->path("zib0.log"_s))),
              0);
-    folder->append(0, messages(13, 14));
+    folder->append(0, numbered(13, 14));
     QCOMPARE(following.numbers(14), range(1, 14));
-    folder->append(0, messages(15, 15));
+    folder->append(0, numbered(15, 15));
     QCOMPARE(following.numbers(15), range(1, 15));
 }
 
 void CtlFollowTest::folderMovedAndBack()
 {
-    folder->put(1, messages(1, 5));
-    folder->put(0, messages(6, 10));
+    folder->put(1, numbered(1, 5));
+    folder->put(0, numbered(6, 10));
     Following following(folder->dir());
     QCOMPARE(following.numbers(10), range(1, 10));
     const QString path = folder->dir().path();
@@ -367,16 +367,16 @@ void CtlFollowTest::folderMovedAndBack()
                             folder->path(LogFolder::name(file))));
     }
     QVERIFY(QDir(path + ".aside"_s).removeRecursively());
-    folder->append(0, messages(11, 12));
+    folder->append(0, numbered(11, 12));
     QCOMPARE(following.numbers(12), range(1, 12));
 }
 
 void CtlFollowTest::damage()
 {
-    folder->put(0, messages(1, 3));
+    folder->put(0, numbered(1, 3));
     Following following(folder->dir());
     QCOMPARE(following.numbers(3), range(1, 3));
-    folder->append(0, QByteArray(40, '\0') + messages(6, 8));
+    folder->append(0, QByteArray(40, '\0') + numbered(6, 8));
     QCOMPARE(following.numbers(6), range(1, 3) + range(6, 8));
     QVERIFY2(following.others.contains("\"state\":\"lost\",\"reason\":\"zeros\""),
              following.others.constData());
@@ -387,7 +387,7 @@ void CtlFollowTest::emptyFolder()
 {
     Following following(folder->dir());
     folder->put(0, QByteArray());
-    folder->append(0, messages(1, 2));
+    folder->append(0, numbered(1, 2));
     QCOMPARE(following.numbers(2), range(1, 2));
     const CtlRun missing = runCtl({"-f"_s, "-D"_s, "/nowhere"_s});
     QCOMPARE(missing.status, 4);
@@ -395,9 +395,9 @@ void CtlFollowTest::emptyFolder()
 
 void CtlFollowTest::hint()
 {
-    folder->put(0, messages(1, 2));
+    folder->put(0, numbered(1, 2));
     Following following(folder->dir());
-    folder->append(0, messages(3, 4));
+    folder->append(0, numbered(3, 4));
     QCOMPARE(following.numbers(4), range(1, 4));
     QCOMPARE(following.errors,
              QByteArray("systemeventctl: records reach the files up to 30 seconds after their "
@@ -410,22 +410,22 @@ void CtlFollowTest::hint()
 void CtlFollowTest::closedOutput()
 {
     // Nothing new comes; it ends all the same.
-    folder->put(0, messages(1, 2));
+    folder->put(0, numbered(1, 2));
     const CtlRun run
         = runShell("exec 3>&1; { \"$CTL\" -f -q -D "_s + folder->dir().path() + " -C "_s
                    + testCatalogue() + "; echo $? >&3; } | head -n 1 >/dev/null"_s);
-    QCOMPARE(run.out, QByteArray("0\n"));
+    QCOMPARE(run.out, QByteArray("141\n"));
     QCOMPARE(run.errors, QByteArray());
 }
 
 void CtlFollowTest::onATerminal()
 {
-    folder->put(0, messages(1, 2));
+    folder->put(0, numbered(1, 2));
     Terminal terminal("PAGER='echo paged' exec \"$CTL\" -f -D "_s + folder->dir().path() + " -C "_s
                           + testCatalogue(),
                       80);
     terminal.waitFor("number 2");
-    folder->append(0, messages(3, 4));
+    folder->append(0, numbered(3, 4));
     terminal.waitFor("number 4");
     terminal.type("\x03");
     const QByteArray shown = terminal.finish();

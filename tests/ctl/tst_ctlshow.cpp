@@ -722,7 +722,7 @@ void CtlShowTest::closedOutput()
     folder->put(0, numbered(1, 2000));
     const CtlRun run = runShell("exec 3>&1; { \"$CTL\" -q -D "_s + folder->dir().path()
                                 + "; echo $? >&3; } | :"_s);
-    QCOMPARE(run.out, QByteArray("0\n"));
+    QCOMPARE(run.out, QByteArray("141\n"));
     QCOMPARE(run.errors, QByteArray());
     const CtlRun full = runShell("\"$CTL\" -q -D "_s + folder->dir().path() + " >/dev/full"_s);
     QCOMPARE(full.status, 4);
