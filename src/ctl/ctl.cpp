@@ -5,8 +5,10 @@
 #include "ctl/interruption.h"
 #include "ctl/messages.h"
 #include "ctl/outputstream.h"
+#include "ctl/pager.h"
 #include "ctl/repaircommand.h"
 #include "ctl/salvagecommand.h"
+#include "ctl/showcommand.h"
 #include "ctl/verifycommand.h"
 
 #include <QtGlobal>
@@ -23,6 +25,8 @@ namespace
 ExitStatus runCommand(const Plan &plan, OutputStream &out)
 {
     switch (plan.command) {
+    case Command::Show:
+        return runShow(plan, out);
     case Command::Verify:
         return runVerify(plan, out);
     case Command::Salvage:
@@ -75,6 +79,11 @@ int runCtl(int argc, char **argv)
     OutputStream out(STDOUT_FILENO);
     try {
         return int(run(CommandLine::read(argc, argv), out));
+    } catch (const WrongUsage &wrong) {
+        Messages::tell(QString::fromStdString(wrong.reason));
+        return int(ExitStatus::WrongUsage);
+    } catch (const Pager::Left &) {
+        return int(ExitStatus::Done);
     } catch (const OutputFailure &failure) {
         if (failure.error == EPIPE) {
             endByClosedPipe();              // who reads has had enough

@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "ctl/plan.h"
+
+#include <string>
+
+/*!
+ * All that is said of commands and options, once: the parser and the help are made of these
+ * tables.
+ */
+namespace Options
+{
+
+constexpr unsigned bit(Command command)
+{
+    return 1U << unsigned(command);
+}
+
+struct CommandText {
+    Command command;
+    const char *name;
+    const char *summary;
+    const char *text; //!< in its own help
+};
+
+constexpr CommandText commandTexts[] = {
+    {Command::Show, "show", "prints stored records; what is done without a command",
+     "Prints the records of a folder of log files in the order of their numbers, the oldest "
+     "first. The daemon may be running."},
+    {Command::Verify, "verify", "looks for damage; reads only",
+     "Looks through a folder of log files and tells of each file what it holds and what of it "
+     "is damaged, which numbers are missing or there more than once, and how much of what can "
+     "be read the daemon shows. Nothing is written. The daemon may be running."},
+    {Command::Salvage, "salvage", "prints what can be read of a damaged log",
+     "Prints all records that can be made out, each with a judgement: whole, likely, or "
+     "damaged, and what is no record as lost. All of it comes in the order of the files, as the "
+     "bytes stand; only -O sorts by number. The daemon may be running."},
+    {Command::Repair, "repair", "mends a damaged log in place, so that the daemon reads it",
+     "Makes the daemon find every whole record of a damaged folder again. A torn end of the "
+     "newest file is cut off; a file damaged before its end is written anew from its records. "
+     "No byte is lost: what is taken out is kept in the subfolder damaged. A healthy folder "
+     "is not written to. It may be stopped at any time and run again. Refused while the "
+     "daemon runs."},
+};
+
+enum class OptionId : quint8 {
+    Folder,
+    Catalogue,
+    Last,
+    NewestFirst,
+    Since,
+    Until,
+    Number,
+    Level,
+    Event,
+    Service,
+    Path,
+    Text,
+    Follow,
+    Format,
+    Time,
+    Language,
+    Colour,
+    NoPager,
+    Quiet,
+    Sure,
+    Target,
+    DryRun,
+    TimeLimit,
+    Help,
+    Version,
+};
+constexpr size_t optionCount = size_t(OptionId::Version) + 1;
+
+struct OptionText {
+    const char *names = "";      //!< with a comma in between; the long one is the last
+    const char *value = nullptr; //!< null for a switch
+    const char *text = "";
+    unsigned commands = 0;
+    OptionId id = OptionId::Help;
+    bool isRepeatable = false;
+};
+
+constexpr unsigned everyCommand = ~0U;
+//! Those that select records, and print them.
+constexpr unsigned selecting = bit(Command::Show) | bit(Command::Salvage);
+
+constexpr OptionText optionTexts[] = {
+    {"-D,--directory", "DIR",
+     "the folder of log files, instead of /srv/public/log; the bus is not asked then", everyCommand,
+     OptionId::Folder},
+    {"-C,--catalogue", "FILE", "the event catalogue, instead of /var/www/data/systemevent.xml",
+     everyCommand, OptionId::Catalogue},
+    {"-n,--lines", "N", "only the last N", selecting, OptionId::Last},
+    {"-r,--reverse", nullptr, "the newest first", selecting, OptionId::NewestFirst},
+    {"-S,--since", "TIME", "from that time on: 2026-11-21, \"2026-11-21 19:06\", yesterday, 1h",
+     selecting, OptionId::Since},
+    {"-U,--until", "TIME", "up to that time", selecting, OptionId::Until},
+    {"--number", "A..B", "of these numbers; also A.., ..B and A", selecting, OptionId::Number,
+     true},
+    {"-p,--level", "LEVEL", "that urgent and more, by name or number; or from A..B", selecting,
+     OptionId::Level, true},
+    {"-e,--event", "EVENT", "of that event, by id or name", selecting, OptionId::Event, true},
+    {"-s,--service", "SERVICE", "of that service's events", selecting, OptionId::Service, true},
+    {"--path", "GLOB", "with such a path; * stands for any text", selecting, OptionId::Path, true},
+    {"-g,--grep", "REGEX", "with such a text, as Perl writes expressions", selecting,
+     OptionId::Text, true},
+    {"-f,--follow", nullptr, "go on with new records", bit(Command::Show), OptionId::Follow},
+    {"-o,--output", "text|json|csv|raw",
+     "for people; one JSON object a line, as salvage does unless told otherwise; a table; or "
+     "byte by byte",
+     selecting, OptionId::Format},
+    {"-o,--output", "text|json", "for people, or one JSON object a line", everyCommand & ~selecting,
+     OptionId::Format},
+    {"--time", "local|utc|iso|unix|relative", "how text and csv write times", selecting,
+     OptionId::Time},
+    {"-l,--language", "LANGUAGE", "of the texts; the locale's otherwise, or English", selecting,
+     OptionId::Language},
+    {"--color", "auto|always|never", "levels in colours; auto: on a terminal", selecting,
+     OptionId::Colour},
+    {"--no-pager", nullptr, "do not page on a terminal", selecting, OptionId::NoPager},
+    {"-q,--quiet", nullptr, "say nothing where all is well", everyCommand, OptionId::Quiet},
+    {"--sure", nullptr, "only records that are whole beyond doubt", bit(Command::Salvage),
+     OptionId::Sure},
+    {"-O,--output-directory", "DIR",
+     "write the whole records as a clean set of log files into DIR, which must not hold any, "
+     "instead of printing them",
+     bit(Command::Salvage), OptionId::Target},
+    {"--dry-run", nullptr, "say what would be done, and do nothing", bit(Command::Repair),
+     OptionId::DryRun},
+    {"--time-limit", "SECONDS", "stop after that time; the next run goes on", bit(Command::Repair),
+     OptionId::TimeLimit},
+    {"-h,--help", nullptr, "show this help", everyCommand, OptionId::Help},
+    {"-V,--version", nullptr, "show the version", 0, OptionId::Version},
+};
+
+//! Help of at most 60 lines with fewer than 80 characters.
+std::string commandHelp(Command command);
+std::string generalHelp();
+
+} // namespace Options
