@@ -50,6 +50,9 @@ QList<quint64> range(quint64 from, quint64 to)
     return numbers;
 }
 
+//! In milliseconds; longer than the folder goes without being looked at.
+constexpr int slowly = 700;
+
 //! A writer whose files are full after a few bundles.
 std::unique_ptr<BinaryLogInterface> writer(const QDir &dir, int highestIndex = 10)
 {
@@ -105,7 +108,7 @@ public:
     {
         while (process.canReadLine()) {
             const QByteArray line = process.readLine();
-            if (line.startsWith("{\"number\":\"")) {
+            if (line.startsWith("{\"number\":\"") && line.contains("\"state\":\"whole\"")) {
                 found.append(line.mid(11, line.indexOf('"', 11) - 11).toULongLong());
             } else {
                 others.append(line);
@@ -118,7 +121,7 @@ public:
 
     QProcess process;
     QByteArray errors;
-    QByteArray others; //!< what is no record
+    QByteArray others; //!< what is no whole record
 
 private:
     QList<quint64> found;
@@ -299,6 +302,7 @@ void CtlFollowTest::tornEnd()
     for (int i = 1; i <= 3; ++i) {
         // A write that a power cut has ended; the repair before a start cuts it off.
         folder->append(0, message(999, "torn").left(20 + 10 * i));
+        QCOMPARE(following.numbers(1 + 5 * i, slowly).size(), 5 * i);
         QCOMPARE(runCtl({"repair"_s, "-D"_s, folder->dir().path(), "-q"_s}).status, 0);
         writeEvents(*writer(folder->dir()), 5);
         QCOMPARE(following.numbers(5 + 5 * i).size(), 5 + 5 * i);
@@ -312,8 +316,11 @@ void CtlFollowTest::recordInPieces()
     folder->put(0, messages(1, 2));
     Following following(folder->dir());
     const QByteArray next = message(3) + message(4);
-    for (const char byte : next) {
-        folder->append(0, QByteArray(1, byte));
+    for (int i = 0; i < next.size(); ++i) {
+        folder->append(0, next.mid(i, 1));
+        if (i == 20 || i == 50) {
+            QCOMPARE(following.numbers(3, slowly), range(1, 2));
+        }
     }
     QCOMPARE(following.numbers(4), range(1, 4));
     QCOMPARE(following.others, QByteArray());
@@ -351,6 +358,11 @@ void CtlFollowTest::fileWrittenAnew()
     QCOMPARE(following.numbers(14), range(1, 14));
     folder->append(0, messages(15, 15));
     QCOMPARE(following.numbers(15), range(1, 15));
+    // Without the last record that was shown, of which there was too little to mend.
+    folder->put("new"_s, messages(6, 14) + messages(16, 17));
+    QCOMPARE(::rename(qPrintable(folder->path("new"_s)), qPrintable(folder->path("zib0.log"_s))),
+             0);
+    QCOMPARE(following.numbers(17), range(1, 17));
 }
 
 void CtlFollowTest::folderMovedAndBack()
