@@ -145,6 +145,15 @@ bool Follower::isKnown(const Archive::FileBytes &opened) const
     });
 }
 
+//! Whether it is a file that was shown, and no other in its place.
+bool Follower::isShown(const Archive::ListedFile &file, const Archive::FileBytes &opened) const
+{
+    const std::string head = headOf(opened);
+    return std::any_of(known.begin(), known.end(), [&](const Known &each) {
+        return each.identity == file.identity && each.head == head;
+    });
+}
+
 void Follower::forgetGone()
 {
     const auto isGone = [this](const Known &each) {
@@ -243,6 +252,9 @@ void Follower::findAgain(RecordSieve &sieve)
     }
     for (size_t i = 0; i < files.size(); ++i) {
         const Bytes opened = open(files[i]);
+        if (opened && isShown(files[i], *opened)) {
+            continue; // the current one, which is gone, may be written to all the same
+        }
         if (!opened || !isKnown(*opened) || !showBehind(sieve, i, Wanted::NotBeyond)) {
             showFile(sieve, i);
         }

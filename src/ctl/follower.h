@@ -55,6 +55,8 @@ private:
     [[nodiscard]] bool showBehind(RecordSieve &sieve, size_t index, Wanted wanted);
     void findAgain(RecordSieve &sieve);
     [[nodiscard]] Bytes open(const Archive::ListedFile &file) const;
+    [[nodiscard]] bool isShown(const Archive::ListedFile &file,
+                               const Archive::FileBytes &opened) const;
     [[nodiscard]] bool isKnown(const Archive::FileBytes &opened) const;
     [[nodiscard]] qint64 endOfLast() const;
 

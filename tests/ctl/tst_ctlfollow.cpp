@@ -153,6 +153,7 @@ private Q_SLOTS:
     void tornEnd();
     void recordInPieces();
     void numbersThatBeginAgain();
+    void fileWrittenWithoutAName();
     void fileWrittenAnew();
     void folderMovedAndBack();
     void damage();
@@ -342,6 +343,23 @@ void CtlFollowTest::numbersThatBeginAgain()
     // In the same file, as behind an end that could not be read.
     folder->append(0, messages(1, 2));
     QCOMPARE(following.numbers(6), range(120, 120) + range(1, 3) + range(1, 2));
+}
+
+//! As by a writer whose file somebody has deleted, before it takes notice.
+void CtlFollowTest::fileWrittenWithoutAName()
+{
+    folder->put(1, messages(1, 5));
+    folder->put(0, messages(6, 10));
+    Following following(folder->dir());
+    QCOMPARE(following.numbers(10), range(1, 10));
+    QFile file(folder->path("zib0.log"_s));
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Append));
+    QVERIFY(QFile::remove(file.fileName()));
+    QCOMPARE(following.numbers(11, slowly), range(1, 10));
+    QVERIFY(file.write(messages(11, 12)) > 0 && file.flush());
+    QCOMPARE(following.numbers(12), range(1, 12));
+    folder->put(0, messages(13, 14));
+    QCOMPARE(following.numbers(14), range(1, 14));
 }
 
 //! As by a repair.
