@@ -211,6 +211,10 @@ Plan planOf(Command command, const Typed &typed)
     if (typed.has(OptionId::Target)) {
         plan.salvage.folder = fileName(typed.text(OptionId::Target));
         plan.salvage.isToFolder = true;
+        if (plan.selection.newestFirst) {
+            throw WrongUsage{"--reverse is for what is printed, so it cannot go with "
+                             "--output-directory"};
+        }
     }
     plan.repair.dryRun = typed.isOn(OptionId::DryRun);
     forEach(typed, OptionId::TimeLimit, [&](const char *name, const std::string &text) {

@@ -70,6 +70,8 @@ class CtlCleanSetTest : public QObject
 private Q_SLOTS:
     void init();
     void recordsAreKept();
+    void selection_data();
+    void selection();
     void filesAreOfTheDaemonsSize();
     void orderIsByNumber_data();
     void orderIsByNumber();
@@ -101,6 +103,40 @@ void CtlCleanSetTest::recordsAreKept()
     QCOMPARE(content(target()), messages(1, 20) + messages(22, 60));
     const CtlRun check = runCtl({"verify"_s, "-D"_s, target(), "-C"_s, testCatalogue()});
     QVERIFY2(check.status == 0, check.out.constData());
+}
+
+void CtlCleanSetTest::selection_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QByteArray>("wanted");
+    QTest::addColumn<int>("status");
+
+    QTest::newRow("by number") << QStringList{"--number"_s, "3..5"_s} << messages(3, 5) << 0;
+    QTest::newRow("by text") << QStringList{"-g"_s, "\\.[17]$"_s} << messages(1, 1) + messages(7, 7)
+                             << 3;
+    QTest::newRow("the last ones")
+        << QStringList{"-n"_s, "7"_s} << messages(5, 8) + messages(10, 12) << 3;
+    QTest::newRow("more than there are")
+        << QStringList{"-n"_s, "99"_s} << messages(1, 8) + messages(10, 12) << 3;
+    QTest::newRow("the last ones of some")
+        << QStringList{"-n"_s, "2"_s, "--number"_s, "..5"_s} << messages(4, 5) << 0;
+    QTest::newRow("nothing") << QStringList{"--number"_s, "99"_s} << QByteArray() << 1;
+    QTest::newRow("no order but theirs") << QStringList{"-r"_s} << QByteArray() << 2;
+}
+
+void CtlCleanSetTest::selection()
+{
+    QFETCH(QStringList, options);
+    QFETCH(QByteArray, wanted);
+    QFETCH(int, status);
+    LogFolder folder;
+    folder.put(1, messages(1, 6));
+    folder.put(0, messages(7, 8) + QByteArray(70, '\0') + messages(10, 12));
+    const CtlRun run = runCtl(QStringList{"salvage"_s, "-C"_s, testCatalogue(), "-D"_s,
+                                          folder.dir().path(), "-O"_s, target()}
+                              + options);
+    QCOMPARE(run.status, status);
+    QCOMPARE(content(target()), wanted);
 }
 
 void CtlCleanSetTest::filesAreOfTheDaemonsSize()
