@@ -185,7 +185,9 @@ OutputChoice outputOf(const Typed &typed, Command command, const Surroundings &s
                                                       {"unix", TimeStyle::Unix},
                                                       {"relative", TimeStyle::Relative}});
     });
-    output.now = surroundings.now;
+    if (!typed.isOn(OptionId::Follow)) {
+        output.now = surroundings.now;
+    }
     output.isOnTerminal = surroundings.isTerminal;
     output.isColoured = isColoured(typed, surroundings);
     output.columns = surroundings.isTerminal ? surroundings.columns : 0;

@@ -159,6 +159,7 @@ private Q_SLOTS:
     void damage();
     void emptyFolder();
     void hint();
+    void relativeTimes();
     void closedOutput();
     void onATerminal();
     void memory();
@@ -435,6 +436,22 @@ void CtlFollowTest::hint()
     const CtlRun quiet = runShell("\"$CTL\" -f -q -D "_s + folder->dir().path() + " -C "_s
                                   + testCatalogue() + " | head -n 1"_s);
     QCOMPARE(quiet.errors, QByteArray());
+}
+
+//! A time that is now, and so a little ago when it is printed; ahead of the start of the tool.
+void CtlFollowTest::relativeTimes()
+{
+    folder->put(0, messages(1, 1));
+    Terminal terminal("exec \"$CTL\" -f --time relative -D "_s + folder->dir().path() + " -C "_s
+                          + testCatalogue(),
+                      80);
+    terminal.waitFor("number 1");
+    writeEvents(*writer(folder->dir()), 1);
+    terminal.waitFor("/power/supply\r\n  event");
+    terminal.type("\x03");
+    const QByteArray shown = terminal.finish();
+    QVERIFY2(shown.contains("s ago "), shown.constData());
+    QVERIFY2(!shown.contains(" in "), shown.constData());
 }
 
 void CtlFollowTest::closedOutput()
