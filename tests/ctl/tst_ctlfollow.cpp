@@ -90,8 +90,7 @@ public:
         process.terminate();
         process.waitForFinished();
     }
-    Following(const Following &) = delete;
-    Following &operator=(const Following &) = delete;
+    Q_DISABLE_COPY_MOVE(Following)
 
     //! What has been printed, once there is so much of it, or nothing comes any more.
     QList<quint64> numbers(int count, int limit = patience)
@@ -170,7 +169,7 @@ private:
     {
         bool isNumber = false;
         const int given = qEnvironmentVariableIntValue("SEL_FOLLOW_SECONDS", &isNumber);
-        return 1000 * (isNumber ? given : 3);
+        return qint64(1000) * (isNumber ? given : 3);
     }
 
     std::unique_ptr<LogFolder> folder;
@@ -229,7 +228,7 @@ void CtlFollowTest::rotation()
     QElapsedTimer timer;
     timer.start();
     int count = 0;
-    int rotations = 0;
+    qint64 rotations = 0;
     QObject::connect(log.get(), &BinaryLogInterface::logsRotated, [&rotations] { ++rotations; });
     while (timer.elapsed() < duration()) {
         writeEvents(*log, 10);
@@ -496,7 +495,7 @@ void CtlFollowTest::memory()
     }
     const qint64 grown = residentKiB(following.process.processId()) - before;
     QVERIFY2(before > 0 && grown < 256, qPrintable(QString::number(grown)));
-    QCOMPARE(following.numbers(20 * rounds), range(1, 20 * rounds));
+    QCOMPARE(following.numbers(20 * rounds), range(1, quint64(20) * rounds));
 }
 
 void CtlFollowTest::showWhileTheDaemonWrites()
