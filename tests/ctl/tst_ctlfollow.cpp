@@ -494,7 +494,10 @@ void CtlFollowTest::memory()
         }
     }
     const qint64 grown = residentKiB(following.process.processId()) - before;
+#ifndef __SANITIZE_ADDRESS__ // which keeps freed memory for a while
     QVERIFY2(before > 0 && grown < 256, qPrintable(QString::number(grown)));
+#endif
+    qInfo("grown by %lld KiB", grown);
     QCOMPARE(following.numbers(20 * rounds), range(1, quint64(20) * rounds));
 }
 
