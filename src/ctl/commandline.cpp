@@ -185,7 +185,9 @@ OutputChoice outputOf(const Typed &typed, Command command, const Surroundings &s
                                                       {"unix", TimeStyle::Unix},
                                                       {"relative", TimeStyle::Relative}});
     });
-    output.now = surroundings.now;
+    if (!typed.isOn(OptionId::Follow)) {
+        output.now = surroundings.now;
+    }
     output.isOnTerminal = surroundings.isTerminal;
     output.isColoured = isColoured(typed, surroundings);
     output.columns = surroundings.isTerminal ? surroundings.columns : 0;
@@ -211,6 +213,10 @@ Plan planOf(Command command, const Typed &typed)
     if (typed.has(OptionId::Target)) {
         plan.salvage.folder = fileName(typed.text(OptionId::Target));
         plan.salvage.isToFolder = true;
+        if (plan.selection.newestFirst) {
+            throw WrongUsage{"--reverse is for what is printed, so it cannot go with "
+                             "--output-directory"};
+        }
     }
     plan.repair.dryRun = typed.isOn(OptionId::DryRun);
     forEach(typed, OptionId::TimeLimit, [&](const char *name, const std::string &text) {

@@ -49,27 +49,6 @@ public:
     qint64 end = 0;
 };
 
-//! Finds a record, and where it ends.
-class RecordFinder : public Archive::Visitor
-{
-public:
-    explicit RecordFinder(const LogFormat::RecordHead &wantedHead)
-        : wanted(wantedHead)
-    {
-    }
-
-    void record(const Place &place, const Record &record) override
-    {
-        end = areSame(record.head, wanted) ? place.end() : end;
-    }
-    void lost(const Place & /*place*/, Archive::Fault /*reason*/) override { }
-
-    qint64 end = -1; //!< negative: it is not there
-
-private:
-    const LogFormat::RecordHead &wanted;
-};
-
 //! Passes everything on, and notes the last record.
 class Passing : public Archive::Visitor
 {
@@ -93,6 +72,31 @@ private:
 };
 
 } // namespace
+
+//! Finds where a record ends, or the last one whose number is not beyond that.
+class Follower::RecordFinder : public Archive::Visitor
+{
+public:
+    RecordFinder(const LogFormat::RecordHead &wantedHead, Wanted what)
+        : head(wantedHead)
+        , wanted(what)
+    {
+    }
+
+    void record(const Place &place, const Record &record) override
+    {
+        const bool isWanted = wanted == Wanted::Itself ? areSame(record.head, head)
+                                                       : record.head.logNr <= head.logNr;
+        end = isWanted ? place.end() : end;
+    }
+    void lost(const Place & /*place*/, Archive::Fault /*reason*/) override { }
+
+    qint64 end = -1; //!< negative: it is not there
+
+private:
+    const LogFormat::RecordHead &head;
+    Wanted wanted;
+};
 
 Follower::Follower(Archive::Folder &followed, const RecordOrder &order)
     : folder(followed)
@@ -138,6 +142,15 @@ bool Follower::isKnown(const Archive::FileBytes &opened) const
     const std::string head = headOf(opened);
     return !head.empty() && std::any_of(known.begin(), known.end(), [&head](const Known &each) {
         return each.head == head;
+    });
+}
+
+//! Whether it is a file that was shown, and no other in its place.
+bool Follower::isShown(const Archive::ListedFile &file, const Archive::FileBytes &opened) const
+{
+    const std::string head = headOf(opened);
+    return std::any_of(known.begin(), known.end(), [&](const Known &each) {
+        return each.identity == file.identity && each.head == head;
     });
 }
 
@@ -205,6 +218,24 @@ void Follower::showFile(RecordSieve &sieve, size_t index)
     }
 }
 
+//! Shows a file from behind its last record that a finder finds; false where there is none.
+bool Follower::showBehind(RecordSieve &sieve, size_t index, Wanted wanted)
+{
+    const Archive::ListedFile &file = folder.files()[index];
+    const Bytes opened = open(file);
+    RecordFinder finder(last, wanted);
+    if (opened && last.logNr != 0) {
+        (void)folder.visit(file.index, *opened, opened->status().st_size, finder);
+    }
+    if (finder.end < 0) {
+        return false;
+    }
+    note(file, *opened);
+    enter(file, opened, finder.end);
+    show(sieve, index + 1 < folder.files().size());
+    return true;
+}
+
 /*!
  * Shows what follows where the current file is gone. It may have been written anew, or
  * moved somewhere and back with the whole folder: then it goes on behind the last record.
@@ -214,26 +245,18 @@ void Follower::findAgain(RecordSieve &sieve)
 {
     const std::vector<Archive::ListedFile> &files = folder.files();
     for (size_t i = files.size(); i-- > 0;) {
-        const Bytes opened = open(files[i]);
-        RecordFinder finder(last);
-        if (opened && last.logNr != 0) {
-            (void)folder.visit(files[i].index, *opened, opened->status().st_size, finder);
-        }
-        if (finder.end >= 0) {
-            note(files[i], *opened);
-            enter(files[i], opened, finder.end);
-            show(sieve, i + 1 < files.size());
+        if (showBehind(sieve, i, Wanted::Itself)) {
             showFrom(sieve, i + 1);
             return;
         }
     }
     for (size_t i = 0; i < files.size(); ++i) {
         const Bytes opened = open(files[i]);
-        if (!opened || !isKnown(*opened)) {
+        if (opened && isShown(files[i], *opened)) {
+            continue; // the current one, which is gone, may be written to all the same
+        }
+        if (!opened || !isKnown(*opened) || !showBehind(sieve, i, Wanted::NotBeyond)) {
             showFile(sieve, i);
-        } else {
-            enter(files[i], opened, 0);
-            shown = endOfLast();
         }
     }
 }

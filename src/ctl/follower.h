@@ -37,6 +37,13 @@ private:
         std::string head; //!< that of its first record; empty while there is none
     };
 
+    //! Behind what a file is shown.
+    enum class Wanted : quint8 {
+        Itself,    //!< the last record that was shown
+        NotBeyond, //!< what has no higher number than that
+    };
+    class RecordFinder;
+
     using Bytes = std::shared_ptr<const Archive::FileBytes>;
 
     void note(const Archive::ListedFile &file, const Archive::FileBytes &opened);
@@ -45,8 +52,11 @@ private:
     void enter(const Archive::ListedFile &file, const Bytes &opened, qint64 from);
     void showFile(RecordSieve &sieve, size_t index);
     void showFrom(RecordSieve &sieve, size_t index);
+    [[nodiscard]] bool showBehind(RecordSieve &sieve, size_t index, Wanted wanted);
     void findAgain(RecordSieve &sieve);
     [[nodiscard]] Bytes open(const Archive::ListedFile &file) const;
+    [[nodiscard]] bool isShown(const Archive::ListedFile &file,
+                               const Archive::FileBytes &opened) const;
     [[nodiscard]] bool isKnown(const Archive::FileBytes &opened) const;
     [[nodiscard]] qint64 endOfLast() const;
 

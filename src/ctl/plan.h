@@ -104,7 +104,7 @@ struct OutputChoice {
     std::optional<QString> language; //!< that the user has named
     QStringList localeLanguages;     //!< otherwise the first of these that is there
     std::optional<TimeStyle> time;   //!< none: what suits the format
-    Instant now;                     //!< of the start, for relative times
+    std::optional<Instant> now;      //!< what relative times count from; none: their printing
     bool isOnTerminal = false;
     bool isColoured = false;
     int columns = 0;   //!< of the terminal; 0: lines are as long as they are

@@ -5,57 +5,21 @@
 #include "ctl/cleanset.h"
 #include "ctl/interruption.h"
 #include "ctl/jsonobject.h"
+#include "ctl/language.h"
 #include "ctl/messages.h"
 #include "ctl/recordlisting.h"
 #include "ctl/recordorder.h"
+#include "ctl/recordsieve.h"
+#include "ctl/selection.h"
 #include "ctl/source.h"
 #include "ctl/textprinter.h"
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 
 namespace
 {
-
-using Archive::Place;
-using Archive::Record;
-using Archive::State;
-
-//! Takes note of what was wrong with a folder, and of what could not be read.
-class Judge : public Archive::Visitor
-{
-public:
-    explicit Judge(QString folderPath)
-        : folder(std::move(folderPath))
-    {
-    }
-
-    void record(const Place & /*place*/, const Record &record) override
-    {
-        isDamaged = isDamaged || record.state != State::Whole;
-    }
-    void lost(const Place & /*place*/, Archive::Fault /*reason*/) override { isDamaged = true; }
-    void endFile(const Archive::FileResult &result) override
-    {
-        if (result.error != 0) {
-            Messages::tellUnread(folder, result.file, result.error);
-            isIncomplete = true;
-        }
-    }
-
-    [[nodiscard]] ExitStatus status() const
-    {
-        if (isIncomplete) {
-            return ExitStatus::Failed;
-        }
-        return isDamaged ? ExitStatus::DamageFound : ExitStatus::Done;
-    }
-
-private:
-    QString folder;
-    bool isDamaged = false;
-    bool isIncomplete = false;
-};
 
 //! Lines as they always were: what is lost is among them wherever they go.
 std::unique_ptr<RecordPrinter> plainLines(const Plan &plan, OutputStream &out)
@@ -88,35 +52,80 @@ ExitStatus print(const Plan &plan, const Source &source, OutputStream &out)
     return isDone ? ExitStatus::Done : status;
 }
 
-//! Notes the whole records for a clean set.
-class Collector : public Judge
+//! Notes the whole records for a clean set, but for the first ones.
+class Collector : public RecordSieve
 {
 public:
-    Collector(const Plan &plan, CleanSet &cleanSet, const Interruption &signals)
-        : Judge(plan.source.folder)
+    //! Without a set they are only counted.
+    Collector(Selection &selected, EventKinds &eventKinds, CleanSet *cleanSet, quint64 leftOut)
+        : RecordSieve(selected, eventKinds)
         , set(cleanSet)
-        , interruption(signals)
+        , toSkip(leftOut)
     {
     }
 
-    void record(const Place &place, const Record &record) override
+    quint64 whole = 0;
+    quint64 others = 0;
+
+protected:
+    void selected(RecordView &record) override
     {
-        Judge::record(place, record);
-        interruption.check();
-        if (record.state == State::Whole) {
-            set.add(place, record.head.logNr);
-        } else {
+        if (record.state != Archive::State::Whole) {
             ++others;
+        } else if (++whole > toSkip && set) {
+            set->add(record.place, record.head.logNr);
         }
     }
-
-    [[nodiscard]] quint64 otherRecords() const { return others; }
+    void lostBetween(const Archive::Place & /*place*/, Archive::Fault /*reason*/) override { }
+    void missing(const Archive::NumberRange & /*numbers*/) override { }
 
 private:
-    CleanSet &set;
-    const Interruption &interruption;
-    quint64 others = 0;
+    CleanSet *set;
+    quint64 toSkip;
 };
+
+//! Passes records on until the process is to end.
+class Interruptible : public Archive::Visitor
+{
+public:
+    Interruptible(const Interruption &signals, Archive::Visitor &visitor)
+        : interruption(signals)
+        , shown(visitor)
+    {
+    }
+
+    void record(const Archive::Place &place, const Archive::Record &record) override
+    {
+        interruption.check();
+        shown.record(place, record);
+    }
+    void lost(const Archive::Place &place, Archive::Fault reason) override
+    {
+        interruption.check();
+        shown.lost(place, reason);
+    }
+
+private:
+    const Interruption &interruption;
+    Archive::Visitor &shown;
+};
+
+//! Goes through a folder; a set is told of each file.
+void collect(RecordOrder &order, const Interruption &interruption, Collector &collector,
+             CleanSet *set)
+{
+    Interruptible visitor(interruption, collector);
+    for (const Stretch &stretch : order.stretches()) {
+        if (set) {
+            set->useFile(order.files()[stretch.file].listed);
+        }
+        if (const auto bytes = order.open(stretch)) {
+            collector.useFile(*bytes);
+            order.visit(stretch, *bytes, visitor);
+        }
+    }
+    collector.end();
+}
 
 //! Says of a clean set what it holds.
 void showResult(const Plan &plan, const CleanSet::Result &result, quint64 leftOut,
@@ -148,18 +157,31 @@ ExitStatus writeSet(const Plan &plan, const Source &source, OutputStream &out)
         Messages::tell(refusal.reason);
         return refusal.isWrongUsage ? ExitStatus::WrongUsage : ExitStatus::Failed;
     }
-    Collector collector(plan, set, interruption);
-    for (const Archive::ListedFile &file : source.folder().files()) {
-        set.useFile(file);
-        (void)source.folder().visit(file, collector);
+    Selection selection(plan.selection, source.catalogue());
+    EventKinds kinds(source.catalogue(), chooseLanguage(plan.output, source.catalogue()));
+    RecordOrder order(source.folder(), RecordOrder::By::Place);
+    quint64 leftOut = 0;
+    if (plan.selection.last) {
+        Collector counter(selection, kinds, nullptr, 0);
+        collect(order, interruption, counter, nullptr);
+        leftOut = counter.whole - std::min(counter.whole, *plan.selection.last);
     }
+    Collector collector(selection, kinds, &set, leftOut);
+    collect(order, interruption, collector, &set);
     const CleanSet::Result result = set.write(interruption);
     if (!result.failure.isEmpty()) {
         Messages::tell(result.failure);
         return ExitStatus::Failed;
     }
-    showResult(plan, result, collector.otherRecords(), out);
-    return collector.status();
+    showResult(plan, result, collector.others, out);
+    if (!order.isComplete()) {
+        return ExitStatus::Failed;
+    }
+    if (collector.isDamaged()) {
+        return ExitStatus::DamageFound;
+    }
+    const bool isWanting = result.records == 0 && !plan.selection.isEverything();
+    return isWanting ? ExitStatus::NothingMatched : ExitStatus::Done;
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 #include "ctl/surroundings.h"
 
 #include <cstdlib>
-#include <ctime>
 #include <string_view>
 
 #include <sys/ioctl.h>
@@ -87,9 +86,7 @@ std::string pagerOfUser()
 Surroundings Surroundings::look()
 {
     Surroundings found;
-    timespec now{};
-    (void)clock_gettime(CLOCK_REALTIME, &now);
-    found.now = {quint64(now.tv_sec), quint32(now.tv_nsec / 1000)};
+    found.now = Instant::now();
     found.languages = languagesOf(localeName());
     found.isTerminal = ::isatty(STDOUT_FILENO) == 1;
     if (found.isTerminal) {

@@ -7,6 +7,13 @@
 
 #include <ctime>
 
+Instant Instant::now()
+{
+    timespec time{};
+    (void)clock_gettime(CLOCK_REALTIME, &time);
+    return {quint64(time.tv_sec), quint32(time.tv_nsec / 1000)};
+}
+
 namespace TimePoint
 {
 namespace

@@ -12,6 +12,9 @@ struct Instant {
     quint64 seconds = 0; //!< since 1970-01-01 UTC
     quint32 microseconds = 0;
 
+    //! By the system's clock.
+    static Instant now();
+
     friend bool operator<(const Instant &left, const Instant &right)
     {
         return std::tie(left.seconds, left.microseconds)

@@ -124,8 +124,9 @@ bool TimeText::workOut(quint64 seconds)
 void TimeText::appendRelative(std::string &out, quint64 seconds, quint32 microseconds) const
 {
     constexpr qint64 second = microsecondsPerSecond;
-    const qint64 distance = (qint64(now.seconds) - qint64(seconds)) * second
-        + qint64(now.microseconds) - qint64(microseconds);
+    const Instant present = now ? *now : Instant::now();
+    const qint64 distance = (qint64(present.seconds) - qint64(seconds)) * second
+        + qint64(present.microseconds) - qint64(microseconds);
     const qint64 span = distance < 0 ? -distance : distance;
     out += distance < 0 ? "in " : "";
     static constexpr struct {

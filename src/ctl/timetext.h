@@ -3,6 +3,7 @@
 
 #include "ctl/plan.h"
 
+#include <optional>
 #include <string>
 
 /*!
@@ -16,8 +17,8 @@
 class TimeText
 {
 public:
-    //! Relative times count from \a present.
-    TimeText(TimeStyle timeStyle, const Instant &present)
+    //! Relative times count from \a present, or else from when they are written.
+    TimeText(TimeStyle timeStyle, std::optional<Instant> present)
         : style(timeStyle)
         , now(present)
     {
@@ -35,7 +36,7 @@ private:
     static constexpr quint64 none = ~quint64(0);
 
     TimeStyle style;
-    Instant now;
+    std::optional<Instant> now;
     quint64 minute = none; //!< that the texts belong to; the seconds vary
     std::string front;     //!< up to the seconds
     std::string back;      //!< behind the microseconds

@@ -15,8 +15,7 @@ class Terminal
 public:
     Terminal(const QString &line, int columns);
     ~Terminal();
-    Terminal(const Terminal &) = delete;
-    Terminal &operator=(const Terminal &) = delete;
+    Q_DISABLE_COPY_MOVE(Terminal)
 
     //! Types keys, such as "\x03" for Ctrl-C.
     void type(const QByteArray &keys) const;

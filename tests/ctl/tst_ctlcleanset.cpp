@@ -88,6 +88,8 @@ private Q_SLOTS:
     void recordsAreKept();
     void counts_data();
     void counts();
+    void selection_data();
+    void selection();
     void filesAreOfTheDaemonsSize();
     void filesAreTheDaemons();
     void orderIsByNumber_data();
@@ -159,6 +161,40 @@ void CtlCleanSetTest::counts()
     folder.put(0, content);
     const CtlRun run = salvageTo(target(), folder);
     QCOMPARE(run.out, records + target().toUtf8() + files);
+}
+
+void CtlCleanSetTest::selection_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QByteArray>("wanted");
+    QTest::addColumn<int>("status");
+
+    QTest::newRow("by number") << QStringList{"--number"_s, "3..5"_s} << messages(3, 5) << 0;
+    QTest::newRow("by text") << QStringList{"-g"_s, "\\.[17]$"_s} << messages(1, 1) + messages(7, 7)
+                             << 3;
+    QTest::newRow("the last ones")
+        << QStringList{"-n"_s, "7"_s} << messages(5, 8) + messages(10, 12) << 3;
+    QTest::newRow("more than there are")
+        << QStringList{"-n"_s, "99"_s} << messages(1, 8) + messages(10, 12) << 3;
+    QTest::newRow("the last ones of some")
+        << QStringList{"-n"_s, "2"_s, "--number"_s, "..5"_s} << messages(4, 5) << 0;
+    QTest::newRow("nothing") << QStringList{"--number"_s, "99"_s} << QByteArray() << 1;
+    QTest::newRow("no order but theirs") << QStringList{"-r"_s} << QByteArray() << 2;
+}
+
+void CtlCleanSetTest::selection()
+{
+    QFETCH(QStringList, options);
+    QFETCH(QByteArray, wanted);
+    QFETCH(int, status);
+    LogFolder folder;
+    folder.put(1, messages(1, 6));
+    folder.put(0, messages(7, 8) + QByteArray(70, '\0') + messages(10, 12));
+    const CtlRun run = runCtl(QStringList{"salvage"_s, "-C"_s, testCatalogue(), "-D"_s,
+                                          folder.dir().path(), "-O"_s, target()}
+                              + options);
+    QCOMPARE(run.status, status);
+    QCOMPARE(content(target()), wanted);
 }
 
 void CtlCleanSetTest::filesAreOfTheDaemonsSize()

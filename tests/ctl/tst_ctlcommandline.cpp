@@ -49,7 +49,7 @@ void CtlCommandLineTest::wrongUsage_data()
         for (const QString &part : value.mid(2)) {
             QTest::addRow("%s %s names %s", qPrintable(value[0]), qPrintable(value[1]),
                           qPrintable(part))
-                << value.mid(0, 2) << part;
+                << QStringList(value.mid(0, 2)) << part;
         }
     }
     QTest::newRow("an unknown command is told") << QStringList{"mend"_s} << "mend"_s;

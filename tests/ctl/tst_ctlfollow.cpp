@@ -50,6 +50,9 @@ QList<quint64> range(quint64 from, quint64 to)
     return numbers;
 }
 
+//! In milliseconds; longer than the folder goes without being looked at.
+constexpr int slowly = 700;
+
 //! A writer whose files are full after a few bundles.
 std::unique_ptr<BinaryLogInterface> writer(const QDir &dir, int highestIndex = 10)
 {
@@ -87,8 +90,7 @@ public:
         process.terminate();
         process.waitForFinished();
     }
-    Following(const Following &) = delete;
-    Following &operator=(const Following &) = delete;
+    Q_DISABLE_COPY_MOVE(Following)
 
     //! What has been printed, once there is so much of it, or nothing comes any more.
     QList<quint64> numbers(int count, int limit = patience)
@@ -105,7 +107,7 @@ public:
     {
         while (process.canReadLine()) {
             const QByteArray line = process.readLine();
-            if (line.startsWith("{\"number\":\"")) {
+            if (line.startsWith("{\"number\":\"") && line.contains("\"state\":\"whole\"")) {
                 found.append(line.mid(11, line.indexOf('"', 11) - 11).toULongLong());
             } else {
                 others.append(line);
@@ -118,7 +120,7 @@ public:
 
     QProcess process;
     QByteArray errors;
-    QByteArray others; //!< what is no record
+    QByteArray others; //!< what is no whole record
 
 private:
     QList<quint64> found;
@@ -150,11 +152,13 @@ private Q_SLOTS:
     void tornEnd();
     void recordInPieces();
     void numbersThatBeginAgain();
+    void fileWrittenWithoutAName();
     void fileWrittenAnew();
     void folderMovedAndBack();
     void damage();
     void emptyFolder();
     void hint();
+    void relativeTimes();
     void closedOutput();
     void onATerminal();
     void memory();
@@ -165,7 +169,7 @@ private:
     {
         bool isNumber = false;
         const int given = qEnvironmentVariableIntValue("SEL_FOLLOW_SECONDS", &isNumber);
-        return 1000 * (isNumber ? given : 3);
+        return qint64(1000) * (isNumber ? given : 3);
     }
 
     std::unique_ptr<LogFolder> folder;
@@ -224,7 +228,7 @@ void CtlFollowTest::rotation()
     QElapsedTimer timer;
     timer.start();
     int count = 0;
-    int rotations = 0;
+    qint64 rotations = 0;
     QObject::connect(log.get(), &BinaryLogInterface::logsRotated, [&rotations] { ++rotations; });
     while (timer.elapsed() < duration()) {
         writeEvents(*log, 10);
@@ -299,6 +303,7 @@ void CtlFollowTest::tornEnd()
     for (int i = 1; i <= 3; ++i) {
         // A write that a power cut has ended; the repair before a start cuts it off.
         folder->append(0, storedEvent(999, "torn").left(20 + 10 * i));
+        QCOMPARE(following.numbers(1 + 5 * i, slowly).size(), 5 * i);
         QCOMPARE(runCtl({"repair"_s, "-D"_s, folder->dir().path(), "-q"_s}).status, 0);
         writeEvents(*writer(folder->dir()), 5);
         QCOMPARE(following.numbers(5 + 5 * i).size(), 5 + 5 * i);
@@ -312,8 +317,11 @@ void CtlFollowTest::recordInPieces()
     folder->put(0, numbered(1, 2));
     Following following(folder->dir());
     const QByteArray next = storedEvent(3) + storedEvent(4);
-    for (const char byte : next) {
-        folder->append(0, QByteArray(1, byte));
+    for (int i = 0; i < next.size(); ++i) {
+        folder->append(0, next.mid(i, 1));
+        if (i == 20 || i == 50) {
+            QCOMPARE(following.numbers(3, slowly), range(1, 2));
+        }
     }
     QCOMPARE(following.numbers(4), range(1, 4));
     QCOMPARE(following.others, QByteArray());
@@ -337,6 +345,23 @@ void CtlFollowTest::numbersThatBeginAgain()
     QCOMPARE(following.numbers(6), range(120, 120) + range(1, 3) + range(1, 2));
 }
 
+//! As by a writer whose file somebody has deleted, before it takes notice.
+void CtlFollowTest::fileWrittenWithoutAName()
+{
+    folder->put(1, numbered(1, 5));
+    folder->put(0, numbered(6, 10));
+    Following following(folder->dir());
+    QCOMPARE(following.numbers(10), range(1, 10));
+    QFile file(folder->path("zib0.log"_s));
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Append));
+    QVERIFY(QFile::remove(file.fileName()));
+    QCOMPARE(following.numbers(11, slowly), range(1, 10));
+    QVERIFY(file.write(numbered(11, 12)) > 0 && file.flush());
+    QCOMPARE(following.numbers(12), range(1, 12));
+    folder->put(0, numbered(13, 14));
+    QCOMPARE(following.numbers(14), range(1, 14));
+}
+
 //! As by a repair.
 void CtlFollowTest::fileWrittenAnew()
 {
@@ -351,6 +376,11 @@ void CtlFollowTest::fileWrittenAnew()
     QCOMPARE(following.numbers(14), range(1, 14));
     folder->append(0, numbered(15, 15));
     QCOMPARE(following.numbers(15), range(1, 15));
+    // Without the last record that was shown, of which there was too little to mend.
+    folder->put("new"_s, numbered(6, 14) + numbered(16, 17));
+    QCOMPARE(::rename(qPrintable(folder->path("new"_s)), qPrintable(folder->path("zib0.log"_s))),
+             0);
+    QCOMPARE(following.numbers(17), range(1, 17));
 }
 
 void CtlFollowTest::folderMovedAndBack()
@@ -407,6 +437,22 @@ void CtlFollowTest::hint()
     QCOMPARE(quiet.errors, QByteArray());
 }
 
+//! A time that is now, and so a little ago when it is printed; ahead of the start of the tool.
+void CtlFollowTest::relativeTimes()
+{
+    folder->put(0, numbered(1, 1));
+    Terminal terminal("exec \"$CTL\" -f --time relative -D "_s + folder->dir().path() + " -C "_s
+                          + testCatalogue(),
+                      80);
+    terminal.waitFor("number 1");
+    writeEvents(*writer(folder->dir()), 1);
+    terminal.waitFor("/power/supply\r\n  event");
+    terminal.type("\x03");
+    const QByteArray shown = terminal.finish();
+    QVERIFY2(shown.contains("s ago "), shown.constData());
+    QVERIFY2(!shown.contains(" in "), shown.constData());
+}
+
 void CtlFollowTest::closedOutput()
 {
     // Nothing new comes; it ends all the same.
@@ -448,8 +494,11 @@ void CtlFollowTest::memory()
         }
     }
     const qint64 grown = residentKiB(following.process.processId()) - before;
+#ifndef __SANITIZE_ADDRESS__ // which keeps freed memory for a while
     QVERIFY2(before > 0 && grown < 256, qPrintable(QString::number(grown)));
-    QCOMPARE(following.numbers(20 * rounds), range(1, 20 * rounds));
+#endif
+    qInfo("grown by %lld KiB", grown);
+    QCOMPARE(following.numbers(20 * rounds), range(1, quint64(20) * rounds));
 }
 
 void CtlFollowTest::showWhileTheDaemonWrites()
