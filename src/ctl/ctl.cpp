@@ -6,6 +6,7 @@
 #include "ctl/messages.h"
 #include "ctl/outputstream.h"
 #include "ctl/repaircommand.h"
+#include "ctl/reportcommand.h"
 #include "ctl/salvagecommand.h"
 #include "ctl/showcommand.h"
 #include "ctl/verifycommand.h"
@@ -30,6 +31,8 @@ ExitStatus runCommand(const Plan &plan, OutputStream &out)
         return runVerify(plan, out);
     case Command::Salvage:
         return runSalvage(plan, out);
+    case Command::Report:
+        return runReport(plan, out);
     case Command::Repair:
         break;
     }
