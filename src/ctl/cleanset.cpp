@@ -2,6 +2,7 @@
 #include "ctl/cleanset.h"
 
 #include "ctl/messages.h"
+#include "ctl/withinfolder.h"
 #include "logformat/logformat.h"
 
 #include <QDir>
@@ -34,32 +35,6 @@ constexpr size_t mostLanes = 32;
 bool isLong(qint64 recordLength)
 {
     return recordLength - LogFormat::trailerSize >= LogFormat::lengthModulus;
-}
-
-Archive::FileIdentity identityOf(int descriptor)
-{
-    struct stat status {
-    };
-    return ::fstat(descriptor, &status) == 0 ? Archive::identityOf(status)
-                                             : Archive::FileIdentity();
-}
-
-//! Whether a folder is another one or lies below it.
-bool isWithin(const Archive::Descriptor &folder, const Archive::FileIdentity &other)
-{
-    Archive::Descriptor here(::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    while (here.isOpen()) {
-        const Archive::FileIdentity identity = identityOf(here.get());
-        if (identity == other) {
-            return true;
-        }
-        Archive::Descriptor above(::openat(here.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        if (!above.isOpen() || identityOf(above.get()) == identity) {
-            return false; // the root
-        }
-        here = std::move(above);
-    }
-    return false;
 }
 
 //! New files in a folder of their own, which are gone with it unless they were published.
@@ -199,7 +174,7 @@ CleanSet::Refusal CleanSet::prepare()
     if (!reach.isOpen()) {
         return {unwritable(), false};
     }
-    if (isWithin(reach, identityOf(Archive::openFolder(source).get()))) {
+    if (isWithin(reach, Archive::openFolder(source))) {
         return {QStringLiteral("%1: lies in the folder that is read; name another one with -O")
                     .arg(target),
                 true};

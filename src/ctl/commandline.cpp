@@ -58,6 +58,37 @@ void addOption(CLI::App &app, const OptionText &option, Typed &typed)
     }
 }
 
+constexpr char argumentsName[] = "arguments";
+
+/*!
+ * As many as come. They are wanted rather than allowed: of those allowed the parser takes
+ * one in brackets apart.
+ */
+void addArguments(CLI::App &app)
+{
+    constexpr int moreThanEverCome = 1 << 24;
+    app.add_option(argumentsName)
+        ->expected(moreThanEverCome)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+std::vector<std::string> argumentsOf(const CLI::App &app)
+{
+    const CLI::Option *const option = app.get_option_no_throw(argumentsName);
+    return option != nullptr ? option->results() : std::vector<std::string>();
+}
+
+//! Throws where there are too few or too many.
+void checkArguments(const CommandText &command, size_t count)
+{
+    if (count < command.leastArguments) {
+        throw WrongUsage{std::string(command.arguments) + " is missing"};
+    }
+    if (count > command.mostArguments && command.arguments) {
+        throw WrongUsage{"there is more than " + std::string(command.arguments)};
+    }
+}
+
 //! The long name, as messages have it.
 const char *nameOf(const OptionText &option)
 {
@@ -142,7 +173,7 @@ Format formatOf(const Typed &typed, Command command)
         return isJson ? Format::Json : Format::Text;
     }
     const std::string &text = typed.text(OptionId::Format);
-    if ((Options::selecting & Options::bit(command)) == 0) {
+    if ((Options::printing & Options::bit(command)) == 0) {
         return OptionValues::oneOf<Format>(name, text,
                                            {{"text", Format::Text}, {"json", Format::Json}});
     }
@@ -168,6 +199,20 @@ bool isColoured(const Typed &typed, const Surroundings &surroundings)
                                         : chosen == ColourChoice::Always;
 }
 
+TimeStyle timeStyleOf(const char *name, const std::string &text, Command command)
+{
+    if (command == Command::Report) {
+        return OptionValues::oneOf<TimeStyle>(
+            name, text, {{"local", TimeStyle::Local}, {"utc", TimeStyle::Utc}});
+    }
+    return OptionValues::oneOf<TimeStyle>(name, text,
+                                          {{"local", TimeStyle::Local},
+                                           {"utc", TimeStyle::Utc},
+                                           {"iso", TimeStyle::Iso},
+                                           {"unix", TimeStyle::Unix},
+                                           {"relative", TimeStyle::Relative}});
+}
+
 OutputChoice outputOf(const Typed &typed, Command command, const Surroundings &surroundings)
 {
     OutputChoice output;
@@ -178,12 +223,7 @@ OutputChoice outputOf(const Typed &typed, Command command, const Surroundings &s
     });
     output.localeLanguages = surroundings.languages;
     forEach(typed, OptionId::Time, [&](const char *name, const std::string &text) {
-        output.time = OptionValues::oneOf<TimeStyle>(name, text,
-                                                     {{"local", TimeStyle::Local},
-                                                      {"utc", TimeStyle::Utc},
-                                                      {"iso", TimeStyle::Iso},
-                                                      {"unix", TimeStyle::Unix},
-                                                      {"relative", TimeStyle::Relative}});
+        output.time = timeStyleOf(name, text, command);
     });
     if (!typed.isOn(OptionId::Follow)) {
         output.now = surroundings.now;
@@ -197,7 +237,15 @@ OutputChoice outputOf(const Typed &typed, Command command, const Surroundings &s
     return output;
 }
 
-Plan planOf(Command command, const Typed &typed)
+//! What prints all the time on a terminal shows by that how far it has come.
+bool isProgressShown(const Plan &plan, const Surroundings &surroundings)
+{
+    const bool isPrinting = plan.command == Command::Salvage && !plan.salvage.isToFolder;
+    return surroundings.isErrorTerminal && !plan.output.isQuiet
+        && !(isPrinting && surroundings.isTerminal);
+}
+
+Plan planOf(Command command, const Typed &typed, const std::vector<std::string> &arguments)
 {
     const Surroundings surroundings = Surroundings::look();
     Plan plan;
@@ -218,6 +266,10 @@ Plan planOf(Command command, const Typed &typed)
                              "--output-directory"};
         }
     }
+    if (command == Command::Report) {
+        plan.report.file = fileName(arguments.front());
+    }
+    plan.output.isProgressShown = isProgressShown(plan, surroundings);
     plan.repair.dryRun = typed.isOn(OptionId::DryRun);
     forEach(typed, OptionId::TimeLimit, [&](const char *name, const std::string &text) {
         constexpr quint64 aDay = 86400;
@@ -255,6 +307,9 @@ struct Parser {
         for (const CommandText &command : commandTexts) {
             CLI::App &sub = *app.add_subcommand(command.name);
             sub.set_help_flag();
+            if (command.arguments) {
+                addArguments(sub);
+            }
             for (const OptionText &option : optionTexts) {
                 if ((option.commands & Options::bit(command.command)) != 0) {
                     addOption(sub, option, typed);
@@ -304,8 +359,10 @@ CommandLine meaningOf(const Parser &parser)
             throw WrongUsage{std::string(nameOf(option)) + " can be given once"};
         }
     }
+    const std::vector<std::string> arguments = argumentsOf(app);
+    checkArguments(*command, arguments.size());
     CommandLine line;
-    line.plan = planOf(command->command, parser.typed);
+    line.plan = planOf(command->command, parser.typed, arguments);
     return line;
 }
 

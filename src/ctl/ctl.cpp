@@ -7,6 +7,7 @@
 #include "ctl/outputstream.h"
 #include "ctl/pager.h"
 #include "ctl/repaircommand.h"
+#include "ctl/reportcommand.h"
 #include "ctl/salvagecommand.h"
 #include "ctl/showcommand.h"
 #include "ctl/verifycommand.h"
@@ -31,6 +32,8 @@ ExitStatus runCommand(const Plan &plan, OutputStream &out)
         return runVerify(plan, out);
     case Command::Salvage:
         return runSalvage(plan, out);
+    case Command::Report:
+        return runReport(plan, out);
     case Command::Repair:
         break;
     }

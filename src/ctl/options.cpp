@@ -67,8 +67,8 @@ std::string commandHelp(Command command)
 {
     const CommandText &told = commandTexts[size_t(command)];
     const bool isShow = command == Command::Show;
-    std::string help = std::string("Usage: systemeventctl ") + (isShow ? "[show]" : told.name)
-        + " [OPTIONS]\n\n";
+    std::string help = std::string("Usage: systemeventctl ") + (isShow ? "[show]" : told.name) + ' '
+        + (told.arguments ? std::string(told.arguments) + ' ' : std::string()) + "[OPTIONS]\n\n";
     appendWrapped(help, told.text, 0, 0);
     help += "\nOptions:\n";
     for (const OptionText &option : optionTexts) {
@@ -77,7 +77,8 @@ std::string commandHelp(Command command)
         }
     }
     help += '\n';
-    appendWrapped(help, isShow ? selectingExitText : exitText, 0, 0);
+    const bool isSelecting = isShow || command == Command::Report;
+    appendWrapped(help, isSelecting ? selectingExitText : exitText, 0, 0);
     return help;
 }
 

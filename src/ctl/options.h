@@ -18,10 +18,13 @@ constexpr unsigned bit(Command command)
 }
 
 struct CommandText {
-    Command command;
-    const char *name;
-    const char *summary;
-    const char *text; //!< in its own help
+    Command command = Command::Show;
+    const char *name = nullptr;
+    const char *summary = nullptr;
+    const char *text = nullptr;      //!< in its own help
+    const char *arguments = nullptr; //!< besides options; null for none
+    size_t leastArguments = 0;
+    size_t mostArguments = 0;
 };
 
 constexpr CommandText commandTexts[] = {
@@ -42,6 +45,11 @@ constexpr CommandText commandTexts[] = {
      "No byte is lost: what is taken out is kept in the subfolder damaged. A healthy folder "
      "is not written to. It may be stopped at any time and run again. Refused while the "
      "daemon runs."},
+    {Command::Report, "report", "writes a page for a browser",
+     "Writes the selected records as one page for a browser, which needs nothing else: a "
+     "timeline, counts, a table to search and filter, and all of each record. The file is "
+     "there when it is complete, in place of an old one. The daemon may be running.",
+     "FILE.html", 1, 1},
 };
 
 enum class OptionId : quint8 {
@@ -83,8 +91,10 @@ struct OptionText {
 };
 
 constexpr unsigned everyCommand = ~0U;
-//! Those that select records, and print them.
-constexpr unsigned selecting = bit(Command::Show) | bit(Command::Salvage);
+//! Those that print records.
+constexpr unsigned printing = bit(Command::Show) | bit(Command::Salvage);
+//! Those that select records.
+constexpr unsigned selecting = printing | bit(Command::Report);
 
 constexpr OptionText optionTexts[] = {
     {"-D,--directory", "DIR",
@@ -110,16 +120,18 @@ constexpr OptionText optionTexts[] = {
     {"-o,--output", "text|json|csv|raw",
      "for people; one JSON object a line, as salvage does unless told otherwise; a table; or "
      "byte by byte",
-     selecting, OptionId::Format},
-    {"-o,--output", "text|json", "for people, or one JSON object a line", everyCommand & ~selecting,
-     OptionId::Format},
-    {"--time", "local|utc|iso|unix|relative", "how text and csv write times", selecting,
+     printing, OptionId::Format},
+    {"-o,--output", "text|json", "for people, or one JSON object a line",
+     bit(Command::Verify) | bit(Command::Repair), OptionId::Format},
+    {"--time", "local|utc|iso|unix|relative", "how text and csv write times", printing,
+     OptionId::Time},
+    {"--time", "local|utc", "which times the page shows at first", bit(Command::Report),
      OptionId::Time},
     {"-l,--language", "LANGUAGE", "of the texts; the locale's otherwise, or English", selecting,
      OptionId::Language},
-    {"--color", "auto|always|never", "levels in colours; auto: on a terminal", selecting,
+    {"--color", "auto|always|never", "levels in colours; auto: on a terminal", printing,
      OptionId::Colour},
-    {"--no-pager", nullptr, "do not page on a terminal", selecting, OptionId::NoPager},
+    {"--no-pager", nullptr, "do not page on a terminal", printing, OptionId::NoPager},
     {"-q,--quiet", nullptr, "say nothing where all is well", everyCommand, OptionId::Quiet},
     {"--sure", nullptr, "only records that are whole beyond doubt", bit(Command::Salvage),
      OptionId::Sure},

@@ -16,6 +16,9 @@ void OutputStream::flush()
 {
     // What could not be written is not tried again.
     const std::string piece = std::exchange(waiting, {});
+    if (notice && !piece.empty()) {
+        notice();
+    }
     size_t done = 0;
     while (done < piece.size()) {
         const ssize_t written = ::write(descriptor, piece.data() + done, piece.size() - done);

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 //! Thrown when what a command prints cannot be written.
 struct OutputFailure {
@@ -34,10 +36,13 @@ public:
     void write(std::string_view utf8);
     //! Throws OutputFailure.
     void flush();
+    //! Has a function called each time before a piece is written; an empty one: none.
+    void beforeWriting(std::function<void()> function) { notice = std::move(function); }
 
 private:
     static constexpr size_t pieceSize = 65536;
 
     int descriptor;
     std::string waiting;
+    std::function<void()> notice;
 };

@@ -24,6 +24,7 @@ enum class Command : quint8 {
     Verify,
     Salvage,
     Repair,
+    Report,
 };
 
 //! What a process ends with.
@@ -107,8 +108,9 @@ struct OutputChoice {
     std::optional<Instant> now;      //!< what relative times count from; none: their printing
     bool isOnTerminal = false;
     bool isColoured = false;
-    int columns = 0;   //!< of the terminal; 0: lines are as long as they are
-    std::string pager; //!< a line for the shell; empty: none
+    int columns = 0;              //!< of the terminal; 0: lines are as long as they are
+    std::string pager;            //!< a line for the shell; empty: none
+    bool isProgressShown = false; //!< of long work: standard error is a terminal
 };
 
 struct ShowChoice {
@@ -126,6 +128,10 @@ struct RepairChoice {
     uint timeLimit = 0; //!< in seconds; 0: none
 };
 
+struct ReportChoice {
+    QString file; //!< where the page is written
+};
+
 struct Plan {
     Command command = Command::Show;
     SourceChoice source;
@@ -134,4 +140,5 @@ struct Plan {
     ShowChoice show;
     SalvageChoice salvage;
     RepairChoice repair;
+    ReportChoice report;
 };

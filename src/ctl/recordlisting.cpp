@@ -146,7 +146,12 @@ void RecordListing::visit(RecordOrder &order, const Stretch &stretch, RecordSiev
         return;
     }
     into.useFile(*bytes);
-    order.visit(stretch, *bytes, into);
+    if (watcher) {
+        Watched watched(into, watcher);
+        order.visit(stretch, *bytes, watched);
+    } else {
+        order.visit(stretch, *bytes, into);
+    }
 }
 
 //! Counts from the end, so that older files are not read.

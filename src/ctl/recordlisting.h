@@ -11,6 +11,7 @@
 #include "ctl/recordsieve.h"
 #include "ctl/selection.h"
 #include "ctl/source.h"
+#include "ctl/watched.h"
 
 #include <memory>
 #include <utility>
@@ -32,6 +33,8 @@ public:
 
     //! Prints on its own terms; otherwise the plan's.
     void use(std::unique_ptr<RecordPrinter> other) { printer = std::move(other); }
+    //! Calls a function for everything that is gone through, with its size in bytes.
+    void watch(Watched::Watcher observer) { watcher = std::move(observer); }
     //! Leaves out all that may be no record as it was made.
     void showWholeOnly() { wholeOnly = true; }
 
@@ -66,5 +69,6 @@ private:
     std::unique_ptr<RecordPrinter> printer;
     std::unique_ptr<Printing> printing;
     NewestFirst::Result result; //!< of what was printed backwards
+    Watched::Watcher watcher;
     bool wholeOnly = false;
 };

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <numeric>
 #include <tuple>
 
 namespace
@@ -238,6 +239,12 @@ void RecordOrder::put(const Stretch &stretch)
         }
     }
     ordered.push_back(stretch);
+}
+
+qint64 RecordOrder::size() const
+{
+    return std::accumulate(found.begin(), found.end(), qint64(0),
+                           [](qint64 sum, const File &file) { return sum + file.size; });
 }
 
 quint64 RecordOrder::highestNumber() const

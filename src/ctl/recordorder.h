@@ -45,6 +45,8 @@ public:
     RecordOrder(const Archive::Folder &opened, By order);
 
     [[nodiscard]] const std::vector<File> &files() const { return found; }
+    //! Of all files together, in bytes.
+    [[nodiscard]] qint64 size() const;
     //! In the order in which they are shown.
     [[nodiscard]] const std::vector<Stretch> &stretches() const { return ordered; }
     //! Whether all files could be read so far.

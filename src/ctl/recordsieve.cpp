@@ -70,6 +70,7 @@ void RecordSieve::record(const Archive::Place &place, const Archive::Record &rec
         }
     }
     RecordView view = viewOf(place, record);
+    view.file = file;
     view.kind = kinds.find(view.head.eventId);
     const auto text = [this, &view] { return view.message = messageOf(view); };
     if (selection.takes({view.head.logNr, time, view.head.eventId, view.path}, text)) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "archive/archiverecord.h"
+#include "archive/filebytes.h"
 
 #include <string_view>
 
@@ -12,13 +13,14 @@ struct EventKind;
  * owned; it is valid for the time of a call.
  */
 struct RecordView {
-    LogFormat::RecordHead head;      //!< its number is 0 where there is none yet
-    const EventKind *kind = nullptr; //!< null of an event that the catalogue does not know
-    std::string_view path;           //!< of the emitter
-    std::string_view message;        //!< the text; empty of an unknown event
-    std::string_view values;         //!< as stored, behind the path
-    std::string_view bytes;          //!< all of the record; empty where there is none yet
-    Archive::Place place;            //!< of a record
+    LogFormat::RecordHead head;               //!< its number is 0 where there is none yet
+    const EventKind *kind = nullptr;          //!< null of an event that the catalogue does not know
+    std::string_view path;                    //!< of the emitter
+    std::string_view message;                 //!< the text; empty of an unknown event
+    std::string_view values;                  //!< as stored, behind the path
+    std::string_view bytes;                   //!< all of the record; empty where there is none yet
+    Archive::Place place;                     //!< of a record
+    const Archive::FileBytes *file = nullptr; //!< that it lies in; null where there is none yet
     Archive::State state = Archive::State::Whole;
     Archive::Fault fault = Archive::Fault::None;
 };

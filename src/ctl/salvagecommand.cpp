@@ -7,6 +7,7 @@
 #include "ctl/jsonobject.h"
 #include "ctl/language.h"
 #include "ctl/messages.h"
+#include "ctl/progress.h"
 #include "ctl/recordlisting.h"
 #include "ctl/recordorder.h"
 #include "ctl/recordsieve.h"
@@ -41,7 +42,10 @@ ExitStatus print(const Plan &plan, const Source &source, OutputStream &out)
     if (plan.salvage.sureOnly) {
         listing.showWholeOnly();
     }
+    Progress progress(plan.output.isProgressShown, out);
     RecordOrder order(source.folder(), RecordOrder::By::Place);
+    progress.expect(order.size());
+    listing.watch([&progress](qint64 bytes) { progress.advance(bytes); });
     listing.print(order);
     if (!order.isComplete()) {
         return ExitStatus::Failed;
@@ -84,37 +88,11 @@ private:
     quint64 toSkip;
 };
 
-//! Passes records on until the process is to end.
-class Interruptible : public Archive::Visitor
-{
-public:
-    Interruptible(const Interruption &signals, Archive::Visitor &visitor)
-        : interruption(signals)
-        , shown(visitor)
-    {
-    }
-
-    void record(const Archive::Place &place, const Archive::Record &record) override
-    {
-        interruption.check();
-        shown.record(place, record);
-    }
-    void lost(const Archive::Place &place, Archive::Fault reason) override
-    {
-        interruption.check();
-        shown.lost(place, reason);
-    }
-
-private:
-    const Interruption &interruption;
-    Archive::Visitor &shown;
-};
-
 //! Goes through a folder; a set is told of each file.
-void collect(RecordOrder &order, const Interruption &interruption, Collector &collector,
+void collect(RecordOrder &order, const Watched::Watcher &watcher, Collector &collector,
              CleanSet *set)
 {
-    Interruptible visitor(interruption, collector);
+    Watched visitor(collector, watcher);
     for (const Stretch &stretch : order.stretches()) {
         if (set) {
             set->useFile(order.files()[stretch.file].listed);
@@ -159,15 +137,21 @@ ExitStatus writeSet(const Plan &plan, const Source &source, OutputStream &out)
     }
     Selection selection(plan.selection, source.catalogue());
     EventKinds kinds(source.catalogue(), chooseLanguage(plan.output, source.catalogue()));
+    Progress progress(plan.output.isProgressShown, out);
+    const auto watcher = [&interruption, &progress](qint64 bytes) {
+        interruption.check();
+        progress.advance(bytes);
+    };
     RecordOrder order(source.folder(), RecordOrder::By::Place);
+    progress.expect(plan.selection.last ? 2 * order.size() : order.size());
     quint64 leftOut = 0;
     if (plan.selection.last) {
         Collector counter(selection, kinds, nullptr, 0);
-        collect(order, interruption, counter, nullptr);
+        collect(order, watcher, counter, nullptr);
         leftOut = counter.whole - std::min(counter.whole, *plan.selection.last);
     }
     Collector collector(selection, kinds, &set, leftOut);
-    collect(order, interruption, collector, &set);
+    collect(order, watcher, collector, &set);
     const CleanSet::Result result = set.write(interruption);
     if (!result.failure.isEmpty()) {
         Messages::tell(result.failure);

@@ -89,6 +89,7 @@ Surroundings Surroundings::look()
     found.now = Instant::now();
     found.languages = languagesOf(localeName());
     found.isTerminal = ::isatty(STDOUT_FILENO) == 1;
+    found.isErrorTerminal = ::isatty(STDERR_FILENO) == 1;
     if (found.isTerminal) {
         const std::string_view terminal = variable("TERM");
         found.takesColours

@@ -17,10 +17,11 @@ struct Surroundings {
      * is none, or one without a language.
      */
     QStringList languages;
-    bool isTerminal = false;   //!< standard output
-    bool takesColours = false; //!< a terminal that does, whose user has nothing against them
-    int columns = 80;          //!< of the terminal
-    std::string pager;         //!< a line for the shell; empty where there is none
+    bool isTerminal = false;      //!< standard output
+    bool isErrorTerminal = false; //!< standard error
+    bool takesColours = false;    //!< a terminal that does, whose user has nothing against them
+    int columns = 80;             //!< of the terminal
+    std::string pager;            //!< a line for the shell; empty where there is none
 
     static Surroundings look();
 };

@@ -5,6 +5,7 @@
 #include "ctl/advice.h"
 #include "ctl/jsonobject.h"
 #include "ctl/messages.h"
+#include "ctl/progress.h"
 #include "ctl/source.h"
 #include "ctl/timetext.h"
 #include "logformat/logformat.h"
@@ -259,7 +260,10 @@ ExitStatus runVerify(const Plan &plan, OutputStream &out)
     JsonReports json(out);
     TextReports text(out, plan);
     Reports &reports = plan.output.format == Format::Json ? static_cast<Reports &>(json) : text;
+    Progress progress(plan.output.isProgressShown, out);
+    progress.expect(qint64(source.folder().files().size()));
     const FolderReport folder = Archive::reportOn(source.folder(), [&](const FileReport &file) {
+        progress.advance(1);
         reports.show(file);
         if (file.error != 0) {
             Messages::tellUnread(plan.source.folder, file.file, file.error);

@@ -17,7 +17,7 @@ namespace
 constexpr qint64 longestStep
     = EventTemplate::maxTemplateSize + qint64(EventTemplate::maxOnePassSize);
 static_assert(longestStep <= EventText::maxLength);
-static_assert(100 * 2 * longestStep <= EventText::maxWork);
+static_assert(longestStep * 100 * 2 <= EventText::maxWork);
 
 } // namespace
 
@@ -145,23 +145,22 @@ EventTemplate::EventTemplate(const QString &templateText)
         value = placeholders++;
     }
 
-    QString::size_type end = 0;
+    QString::size_type literalBegin = 0;
     const Placeholder *before = nullptr;
     for (const auto &[placeholder, begin] : found) {
-        const QString literal = source.mid(end, begin - end);
+        const QString literal = source.mid(literalBegin, begin - literalBegin);
         // A value may begin with a digit, or be empty in front of one.
         const bool growsBefore
             = literal.endsWith(QLatin1Char('%')) || literal.endsWith(QLatin1String("%L"));
         const bool growsPlaceholder = literal.isEmpty() && before && before->digits == 1
             && placeholder.number < before->number;
         onePass = onePass && !placeholder.localised && !growsBefore && !growsPlaceholder;
-        end = begin + placeholder.length;
-        pieces.push_back({literal.toStdString(),
-                          source.mid(begin, placeholder.length).toStdString(),
-                          valueOfNumber[placeholder.number]});
+        literalBegin = begin + placeholder.length;
+        parts.push_back({literal.toStdString(), source.mid(begin, placeholder.length).toStdString(),
+                         valueOfNumber[placeholder.number]});
         before = &placeholder;
     }
-    rest = source.mid(end).toStdString();
+    end = source.mid(literalBegin).toStdString();
 }
 
 qint64 EventTemplate::plainWork(const ValueTexts &values) const
@@ -178,7 +177,7 @@ bool EventTemplate::render(const ValueTexts &values, std::string &out) const
         return false;
     }
     const size_t begin = out.size();
-    for (const Piece &piece : pieces) {
+    for (const Piece &piece : parts) {
         out += piece.literal;
         out += piece.value < values.count() ? values.text(piece.value)
                                             : std::string_view(piece.name);
@@ -186,7 +185,7 @@ bool EventTemplate::render(const ValueTexts &values, std::string &out) const
             break;
         }
     }
-    out += rest;
+    out += end;
     if (out.size() - begin > maxOnePassSize) {
         out.resize(begin);
         return false;

@@ -41,7 +41,7 @@ public:
     //! Whether a value holds a '%', and so could make a placeholder.
     [[nodiscard]] bool holdsPercent() const { return percent; }
     //! Puts the values into a text one after another, numbers as numbers.
-    void substituteInto(EventText &text) const;
+    void substituteInto(EventText &into) const;
 
 private:
     using Number = std::variant<std::monostate, qlonglong, qulonglong, double>;
@@ -72,9 +72,20 @@ public:
     static constexpr qint64 maxTemplateSize = 65536; //!< in UTF-16 code units
     static constexpr size_t maxOnePassSize = 262144; //!< of the result, in bytes
 
+    //! A text and the placeholder behind it.
+    struct Piece {
+        std::string literal; //!< in UTF-8
+        std::string name;    //!< the placeholder as written, shown where it has no value
+        int value = 0;       //!< the place of its value
+    };
+
     explicit EventTemplate(const QString &templateText);
 
     [[nodiscard]] const QString &text() const { return source; }
+    //! Of these one pass makes the text: they and the values between them, and rest().
+    [[nodiscard]] const std::vector<Piece> &pieces() const { return parts; }
+    //! What stands behind the last placeholder, in UTF-8.
+    [[nodiscard]] const std::string &rest() const { return end; }
     //! The number of different placeholders.
     [[nodiscard]] int valueCount() const { return placeholders; }
     /*!
@@ -93,15 +104,9 @@ public:
     void render(const ValueTexts &values, std::string &out, qint64 spareWork, qint64 *budget) const;
 
 private:
-    struct Piece {
-        std::string literal; //!< in front of the placeholder
-        std::string name;    //!< the placeholder as written
-        int value = 0;       //!< the place of its value
-    };
-
     QString source;
-    std::vector<Piece> pieces;
-    std::string rest; //!< behind the last placeholder
+    std::vector<Piece> parts;
+    std::string end;
     int placeholders = 0;
     int mostOccurrences = 0; //!< of one placeholder
     bool onePass;            //!< whether the template as such allows it

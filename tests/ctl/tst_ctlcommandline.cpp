@@ -98,6 +98,8 @@ void CtlCommandLineTest::help_data()
         << QStringList{"verify"_s, "--help"_s} << QByteArray("--catalogue FILE");
     QTest::newRow("salvage has its own")
         << QStringList{"salvage"_s, "--help"_s} << QByteArray("-O, --output-directory DIR");
+    QTest::newRow("report has its own")
+        << QStringList{"report"_s, "--help"_s} << QByteArray("report FILE.html [OPTIONS]");
     QTest::newRow("repair has its own")
         << QStringList{"repair"_s, "-h"_s} << QByteArray("--dry-run");
 }

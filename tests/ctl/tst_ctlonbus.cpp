@@ -10,6 +10,7 @@
 #include <QDBusConnection>
 #include <QDir>
 #include <QJsonArray>
+#include <QTemporaryDir>
 #include <QTest>
 
 class CtlOnBusTest : public QObject
@@ -19,6 +20,7 @@ class CtlOnBusTest : public QObject
 private Q_SLOTS:
     void refusedBesideTheDaemon();
     void namedFolderNeedsNoBus();
+    void noPageAmongTheLog();
     void goesOnWithTheRightNumber();
 
 private:
@@ -63,6 +65,20 @@ void CtlOnBusTest::namedFolderNeedsNoBus()
     const CtlRun run = runCtl({"repair"_s, "-D"_s, "/srv/public/log"_s});
     QVERIFY(connection.unregisterService("com.tovel.systemeventlogger"_s));
     QVERIFY2(run.status == 0, run.errors.constData());
+}
+
+//! Nobody but the daemon writes there, whatever is read.
+void CtlOnBusTest::noPageAmongTheLog()
+{
+    Device device;
+    QVERIFY(QDir("/srv/public"_s).mkpath("log"_s));
+    QTemporaryDir elsewhere;
+    for (const QString &folder : {"/srv/public/log"_s, elsewhere.path()}) {
+        const CtlRun run = runCtl({"report"_s, "/srv/public/log/page.html"_s, "-D"_s, folder});
+        QCOMPARE(run.status, 2);
+        QVERIFY2(run.errors.contains("is a place of log files"), run.errors.constData());
+    }
+    QCOMPARE(QDir("/srv/public/log"_s).entryList(QDir::Files), QStringList());
 }
 
 void CtlOnBusTest::goesOnWithTheRightNumber()
