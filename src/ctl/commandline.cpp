@@ -19,12 +19,15 @@ constexpr unsigned bit(Command command)
 }
 constexpr unsigned everyCommand
     = bit(Command::Verify) | bit(Command::Salvage) | bit(Command::Repair);
+constexpr unsigned busCommands = bit(Command::Emit);
 
 struct CommandText {
     Command command;
     const char *name;
     const char *summary;
-    const char *text; //!< in its own help
+    const char *text;               //!< in its own help
+    const char *operands = nullptr; //!< null for none
+    size_t leastOperands = 0;
 };
 
 constexpr CommandText commandTexts[] = {
@@ -41,6 +44,15 @@ constexpr CommandText commandTexts[] = {
      "No byte is lost: what is taken out is kept in the subfolder damaged. A healthy folder "
      "is not written to. It may be stopped at any time and run again. Refused while the "
      "daemon runs."},
+    {Command::Emit, "emit", "announces a status change, checked against the catalogue",
+     "Announces a status change on the system bus, as a service would. EVENT is an id or a name "
+     "of the catalogue. A value fills the argument that it names, as in \"volts=24.1\", or else "
+     "the next one; of an enum it is the number or the text of an item. It is sent by the type "
+     "that is read back as it was typed: a byte or int16 only as the last argument, an enum "
+     "there or with the items 0 and 1. A variant gets true or false as a bool, whole numbers as "
+     "an int, others as a double, and everything else as a text. What does not fit is refused. "
+     "Write -- in front of a text that begins with a dash.",
+     "EVENT [VALUE...]", 1},
 };
 
 enum class OptionId : quint8 {
@@ -52,6 +64,9 @@ enum class OptionId : quint8 {
     Target,
     DryRun,
     TimeLimit,
+    EmitPath,
+    Types,
+    Wait,
     Help,
     Version,
 };
@@ -70,11 +85,12 @@ constexpr OptionText optionTexts[] = {
      "the folder of log files, instead of /srv/public/log; the bus is not asked then", everyCommand,
      OptionId::Folder},
     {"-C,--catalogue", "FILE", "the event catalogue, instead of /var/www/data/systemevent.xml",
-     everyCommand, OptionId::Catalogue},
+     everyCommand | busCommands, OptionId::Catalogue},
     {"-o,--output", "text|json",
      "for people, or one JSON object a line; salvage prints JSON unless told otherwise",
      everyCommand, OptionId::Format},
-    {"-q,--quiet", nullptr, "say nothing where all is well", everyCommand, OptionId::Quiet},
+    {"-q,--quiet", nullptr, "say nothing where all is well", everyCommand | busCommands,
+     OptionId::Quiet},
     {"--sure", nullptr, "only records that are whole beyond doubt", bit(Command::Salvage),
      OptionId::Sure},
     {"-O,--output-directory", "DIR",
@@ -85,7 +101,18 @@ constexpr OptionText optionTexts[] = {
      OptionId::DryRun},
     {"--time-limit", "SECONDS", "stop after that time; the next run goes on", bit(Command::Repair),
      OptionId::TimeLimit},
-    {"-h,--help", nullptr, "show this help", everyCommand, OptionId::Help},
+    {"--path", "PATH", "the object that announces it, instead of /systemeventctl",
+     bit(Command::Emit), OptionId::EmitPath},
+    {"--type", "TYPES",
+     "send exactly these D-Bus types, such as sid for a text, an int and a double, and check "
+     "nothing; the event may be an id that the catalogue does not know; b, y, n, q, i, u, x, t, "
+     "d, s, o, ay, as, and v in front of another",
+     bit(Command::Emit), OptionId::Types},
+    {"--wait", nullptr,
+     "come back when the record can be read in the log files, within some 30 seconds, and "
+     "print its number",
+     bit(Command::Emit), OptionId::Wait},
+    {"-h,--help", nullptr, "show this help", everyCommand | busCommands, OptionId::Help},
     {"-V,--version", nullptr, "show the version", 0, OptionId::Version},
 };
 
@@ -146,7 +173,8 @@ const CommandText &textOf(Command command)
 std::string commandHelp(Command command)
 {
     const CommandText &told = textOf(command);
-    std::string help = std::string("Usage: systemeventctl ") + told.name + " [OPTIONS]\n\n";
+    std::string help = std::string("Usage: systemeventctl ") + told.name + ' '
+        + (told.operands ? std::string(told.operands) + ' ' : std::string()) + "[OPTIONS]\n\n";
     appendWrapped(help, told.text, 0, 0);
     help += "\nOptions:\n";
     for (const OptionText &option : optionTexts) {
@@ -186,6 +214,9 @@ struct Typed {
     std::string format;
     std::string target;
     unsigned timeLimit = 0;
+    std::string path;
+    std::string types;
+    bool wait = false;
     bool help = false;
     bool version = false;
     bool quiet = false;
@@ -211,6 +242,15 @@ void addOption(CLI::App &app, const OptionText &option, Typed &typed)
     case OptionId::TimeLimit:
         app.add_option(option.names, typed.timeLimit)->check(CLI::Range(1U, 86400U));
         return;
+    case OptionId::EmitPath:
+        app.add_option(option.names, typed.path);
+        return;
+    case OptionId::Types:
+        app.add_option(option.names, typed.types);
+        return;
+    case OptionId::Wait:
+        app.add_flag(option.names, typed.wait);
+        return;
     case OptionId::Quiet:
         app.add_flag(option.names, typed.quiet);
         return;
@@ -229,15 +269,57 @@ void addOption(CLI::App &app, const OptionText &option, Typed &typed)
     }
 }
 
+QByteArray bytesOf(const std::string &typed)
+{
+    return {typed.data(), QByteArray::size_type(typed.size())};
+}
+
 QString fileName(const std::string &typed)
 {
-    return QFile::decodeName(QByteArray(typed.data(), QByteArray::size_type(typed.size())));
+    return QFile::decodeName(bytesOf(typed));
 }
 
 bool isGiven(const CLI::App &app, const char *name)
 {
     const CLI::Option *const option = app.get_option_no_throw(name);
     return option != nullptr && option->count() > 0;
+}
+
+constexpr char operandsName[] = "operands";
+
+/*!
+ * As many as come. They are wanted rather than allowed: of those allowed the parser takes
+ * one in brackets apart.
+ */
+void addOperands(CLI::App &app)
+{
+    constexpr int moreThanEverCome = 1 << 24;
+    app.add_option(operandsName)
+        ->expected(moreThanEverCome)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+std::vector<std::string> operandsOf(const CLI::App &app)
+{
+    const CLI::Option *const option = app.get_option_no_throw(operandsName);
+    return option != nullptr ? option->results() : std::vector<std::string>();
+}
+
+EmitChoice emitChoiceOf(const CLI::App &app, const Typed &typed)
+{
+    EmitChoice emit;
+    const std::vector<std::string> operands = operandsOf(app);
+    emit.event = QString::fromStdString(operands.empty() ? std::string() : operands.front());
+    for (size_t i = 1; i < operands.size(); ++i) {
+        emit.values.append(bytesOf(operands[i]));
+    }
+    if (isGiven(app, "--path")) {
+        emit.path = bytesOf(typed.path);
+    }
+    emit.types = typed.types;
+    emit.hasTypes = isGiven(app, "--type");
+    emit.waits = typed.wait;
+    return emit;
 }
 
 Plan planOf(Command command, const CLI::App &app, const Typed &typed)
@@ -263,6 +345,7 @@ Plan planOf(Command command, const CLI::App &app, const Typed &typed)
     }
     plan.repair.dryRun = typed.dryRun;
     plan.repair.timeLimit = typed.timeLimit;
+    plan.emit = emitChoiceOf(app, typed);
     return plan;
 }
 
@@ -295,6 +378,9 @@ struct Parser {
         for (const CommandText &command : commandTexts) {
             CLI::App &sub = *app.add_subcommand(command.name);
             sub.set_help_flag();
+            if (command.operands) {
+                addOperands(sub);
+            }
             for (const OptionText &option : optionTexts) {
                 if ((option.commands & bit(command.command)) != 0) {
                     addOption(sub, option, typed);
@@ -322,6 +408,10 @@ CommandLine meaningOf(const Parser &parser)
                        [&app](const CommandText &each) { return app.get_name() == each.name; });
     if (parser.typed.help) {
         return answer(commandHelp(command->command));
+    }
+    const size_t operands = operandsOf(app).size();
+    if (operands < command->leastOperands) {
+        return complain(std::string(command->operands) + " is missing", app.get_name() + ' ');
     }
     CommandLine line;
     line.plan = planOf(command->command, app, parser.typed);

@@ -2,6 +2,7 @@
 #include "ctl/ctl.h"
 
 #include "ctl/commandline.h"
+#include "ctl/emitcommand.h"
 #include "ctl/interruption.h"
 #include "ctl/messages.h"
 #include "ctl/outputstream.h"
@@ -27,6 +28,8 @@ ExitStatus runCommand(const Plan &plan, OutputStream &out)
         return runVerify(plan, out);
     case Command::Salvage:
         return runSalvage(plan, out);
+    case Command::Emit:
+        return runEmit(plan, out);
     case Command::Repair:
         break;
     }

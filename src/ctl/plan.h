@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QByteArray>
+#include <QList>
 #include <QString>
+
+#include <string>
 
 /*!
  * What a command is to do, worked out of the command line before anything runs. Commands
@@ -12,6 +16,7 @@ enum class Command : quint8 {
     Verify,
     Salvage,
     Repair,
+    Emit,
 };
 
 //! What a process ends with.
@@ -58,10 +63,21 @@ struct RepairChoice {
     uint timeLimit = 0; //!< in seconds; 0: none
 };
 
+//! What is to be announced; values as they were typed.
+struct EmitChoice {
+    QString event; //!< its id or its name
+    QList<QByteArray> values;
+    QByteArray path = "/systemeventctl";
+    std::string types; //!< D-Bus types, one behind the other, in place of the declared ones
+    bool hasTypes = false;
+    bool waits = false; //!< until the record can be read
+};
+
 struct Plan {
     Command command = Command::Verify;
     SourceChoice source;
     OutputChoice output;
     SalvageChoice salvage;
     RepairChoice repair;
+    EmitChoice emit;
 };
