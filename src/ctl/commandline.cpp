@@ -6,9 +6,12 @@
 
 #include <algorithm>
 #include <iterator>
+#include <limits>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include <unistd.h>
 
 namespace
 {
@@ -19,7 +22,7 @@ constexpr unsigned bit(Command command)
 }
 constexpr unsigned everyCommand
     = bit(Command::Verify) | bit(Command::Salvage) | bit(Command::Repair);
-constexpr unsigned busCommands = bit(Command::Emit);
+constexpr unsigned busCommands = bit(Command::Emit) | bit(Command::Settings) | bit(Command::Clear);
 
 struct CommandText {
     Command command;
@@ -28,6 +31,7 @@ struct CommandText {
     const char *text;               //!< in its own help
     const char *operands = nullptr; //!< null for none
     size_t leastOperands = 0;
+    size_t mostOperands = std::numeric_limits<size_t>::max();
 };
 
 constexpr CommandText commandTexts[] = {
@@ -53,6 +57,16 @@ constexpr CommandText commandTexts[] = {
      "an int, others as a double, and everything else as a text. What does not fit is refused. "
      "Write -- in front of a text that begins with a dash.",
      "EVENT [VALUE...]", 1},
+    {Command::Settings, "settings", "shows or changes the daemon's settings",
+     "Shows what holds now and what the configuration service has stored; with VALUE changes a "
+     "setting. logLocal: events are stored. logNetwork: they are sent as datagrams, to "
+     "logNetworkAddress, in logNetworkLang, which is not kept over a start. logtail: the index "
+     "of the oldest log file. loglevel: from the next start on only events whose level has a "
+     "greater number are logged, below 0 all of them; writing it also sets logtail to the same "
+     "number, which may delete files.",
+     "[NAME [VALUE]]", 0, 2},
+    {Command::Clear, "clear", "deletes the log",
+     "Has the daemon delete its log files and what it has not written yet. Numbers go on."},
 };
 
 enum class OptionId : quint8 {
@@ -67,6 +81,7 @@ enum class OptionId : quint8 {
     EmitPath,
     Types,
     Wait,
+    Yes,
     Help,
     Version,
 };
@@ -85,10 +100,10 @@ constexpr OptionText optionTexts[] = {
      "the folder of log files, instead of /srv/public/log; the bus is not asked then", everyCommand,
      OptionId::Folder},
     {"-C,--catalogue", "FILE", "the event catalogue, instead of /var/www/data/systemevent.xml",
-     everyCommand | busCommands, OptionId::Catalogue},
+     everyCommand | bit(Command::Emit), OptionId::Catalogue},
     {"-o,--output", "text|json",
      "for people, or one JSON object a line; salvage prints JSON unless told otherwise",
-     everyCommand, OptionId::Format},
+     everyCommand | bit(Command::Settings), OptionId::Format},
     {"-q,--quiet", nullptr, "say nothing where all is well", everyCommand | busCommands,
      OptionId::Quiet},
     {"--sure", nullptr, "only records that are whole beyond doubt", bit(Command::Salvage),
@@ -112,6 +127,8 @@ constexpr OptionText optionTexts[] = {
      "come back when the record can be read in the log files, within some 30 seconds, and "
      "print its number",
      bit(Command::Emit), OptionId::Wait},
+    {"--yes", nullptr, "delete without being asked, as is wanted where there is no terminal",
+     bit(Command::Settings) | bit(Command::Clear), OptionId::Yes},
     {"-h,--help", nullptr, "show this help", everyCommand | busCommands, OptionId::Help},
     {"-V,--version", nullptr, "show the version", 0, OptionId::Version},
 };
@@ -217,6 +234,7 @@ struct Typed {
     std::string path;
     std::string types;
     bool wait = false;
+    bool yes = false;
     bool help = false;
     bool version = false;
     bool quiet = false;
@@ -250,6 +268,9 @@ void addOption(CLI::App &app, const OptionText &option, Typed &typed)
         return;
     case OptionId::Wait:
         app.add_flag(option.names, typed.wait);
+        return;
+    case OptionId::Yes:
+        app.add_flag(option.names, typed.yes);
         return;
     case OptionId::Quiet:
         app.add_flag(option.names, typed.quiet);
@@ -322,6 +343,19 @@ EmitChoice emitChoiceOf(const CLI::App &app, const Typed &typed)
     return emit;
 }
 
+SettingsChoice settingsChoiceOf(const CLI::App &app)
+{
+    SettingsChoice settings;
+    const std::vector<std::string> operands = operandsOf(app);
+    if (!operands.empty()) {
+        settings.name = QString::fromStdString(operands.front());
+    }
+    if (operands.size() > 1) {
+        settings.value = QString::fromStdString(operands[1]);
+    }
+    return settings;
+}
+
 Plan planOf(Command command, const CLI::App &app, const Typed &typed)
 {
     Plan plan;
@@ -346,6 +380,9 @@ Plan planOf(Command command, const CLI::App &app, const Typed &typed)
     plan.repair.dryRun = typed.dryRun;
     plan.repair.timeLimit = typed.timeLimit;
     plan.emit = emitChoiceOf(app, typed);
+    plan.settings = settingsChoiceOf(app);
+    plan.consent.isGiven = typed.yes;
+    plan.consent.canAsk = isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1;
     return plan;
 }
 
@@ -412,6 +449,10 @@ CommandLine meaningOf(const Parser &parser)
     const size_t operands = operandsOf(app).size();
     if (operands < command->leastOperands) {
         return complain(std::string(command->operands) + " is missing", app.get_name() + ' ');
+    }
+    if (operands > command->mostOperands) {
+        return complain("there is more than " + std::string(command->operands),
+                        app.get_name() + ' ');
     }
     CommandLine line;
     line.plan = planOf(command->command, app, parser.typed);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ctl/ctl.h"
 
+#include "ctl/clearcommand.h"
 #include "ctl/commandline.h"
 #include "ctl/emitcommand.h"
 #include "ctl/interruption.h"
@@ -8,6 +9,7 @@
 #include "ctl/outputstream.h"
 #include "ctl/repaircommand.h"
 #include "ctl/salvagecommand.h"
+#include "ctl/settingscommand.h"
 #include "ctl/verifycommand.h"
 
 #include <QtGlobal>
@@ -30,6 +32,10 @@ ExitStatus runCommand(const Plan &plan, OutputStream &out)
         return runSalvage(plan, out);
     case Command::Emit:
         return runEmit(plan, out);
+    case Command::Settings:
+        return runSettings(plan, out);
+    case Command::Clear:
+        return runClear(plan);
     case Command::Repair:
         break;
     }

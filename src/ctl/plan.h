@@ -5,6 +5,7 @@
 #include <QList>
 #include <QString>
 
+#include <optional>
 #include <string>
 
 /*!
@@ -17,11 +18,14 @@ enum class Command : quint8 {
     Salvage,
     Repair,
     Emit,
+    Settings,
+    Clear,
 };
 
 //! What a process ends with.
 enum class ExitStatus : int {
     Done = 0,
+    NothingMatched = 1, //!< or the user did not want it
     WrongUsage = 2,
     DamageFound = 3, //!< what is printed is complete as far as it can be
     Failed = 4,      //!< something cannot be read or written, or was refused
@@ -73,6 +77,17 @@ struct EmitChoice {
     bool waits = false; //!< until the record can be read
 };
 
+struct SettingsChoice {
+    std::optional<QString> name;  //!< none: all of them
+    std::optional<QString> value; //!< to be set
+};
+
+//! Whether what cannot be undone is to be done.
+struct ConsentChoice {
+    bool isGiven = false;
+    bool canAsk = false; //!< there is somebody at a terminal
+};
+
 struct Plan {
     Command command = Command::Verify;
     SourceChoice source;
@@ -80,4 +95,6 @@ struct Plan {
     SalvageChoice salvage;
     RepairChoice repair;
     EmitChoice emit;
+    SettingsChoice settings;
+    ConsentChoice consent;
 };
