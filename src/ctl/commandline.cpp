@@ -25,10 +25,10 @@ constexpr unsigned everyCommand
 constexpr unsigned busCommands = bit(Command::Emit) | bit(Command::Settings) | bit(Command::Clear);
 
 struct CommandText {
-    Command command;
-    const char *name;
-    const char *summary;
-    const char *text;               //!< in its own help
+    Command command = Command::Verify;
+    const char *name = nullptr;
+    const char *summary = nullptr;
+    const char *text = nullptr;     //!< in its own help
     const char *operands = nullptr; //!< null for none
     size_t leastOperands = 0;
     size_t mostOperands = std::numeric_limits<size_t>::max();

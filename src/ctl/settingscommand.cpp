@@ -316,7 +316,7 @@ ExitStatus runSettings(const Plan &plan, OutputStream &out)
         return ExitStatus::WrongUsage;
     }
     std::optional<QVariant> value;
-    if (plan.settings.value) {
+    if (setting && plan.settings.value) {
         value = setting->valueOf(*plan.settings.value);
         if (!value) {
             Messages::tell(QStringLiteral("\"%1\" does not fit %2, which takes %3")

@@ -221,6 +221,7 @@ void CtlEmitTest::readBack()
     QFAIL("it is not in the log");
 }
 
+// NOLINTNEXTLINE(readability-function-size): a table
 void CtlEmitTest::refused_data()
 {
     QTest::addColumn<QStringList>("arguments");
