@@ -20,23 +20,6 @@ namespace Archive
 namespace
 {
 
-Record recordOf(const Piece &piece, std::string_view bytes)
-{
-    Record record;
-    record.state = piece.state;
-    record.fault = piece.fault;
-    record.bytes = bytes;
-    ByteSource in(bytes);
-    record.head = LogFormat::readHead(in, 0);
-    const StoredValue path = LogFormat::readValue(in, ArgumentType::String);
-    const qint64 end = qint64(bytes.size()) - LogFormat::trailerSize - 1;
-    if (path.isWhole() && in.position() <= end) {
-        record.path = path.bytes;
-        record.values = bytes.substr(size_t(in.position()), size_t(end - in.position()));
-    }
-    return record;
-}
-
 //! Shows pieces to a visitor: what is lost in several pieces as one.
 class Presenter
 {
@@ -57,7 +40,9 @@ public:
                 continue;
             }
             flush();
-            Record record = recordOf(piece, found.bytesOf(piece));
+            Record record = recordIn(found.bytesOf(piece));
+            record.state = piece.state;
+            record.fault = piece.fault;
             if (walked) {
                 while (position != walked->rend() && *position < piece.begin) {
                     ++position;
@@ -134,6 +119,21 @@ qint64 settledSize(const FileBytes &file)
 
 } // namespace
 
+Record recordIn(std::string_view bytes)
+{
+    Record record;
+    record.bytes = bytes;
+    ByteSource in(bytes);
+    record.head = LogFormat::readHead(in, 0);
+    const StoredValue path = LogFormat::readValue(in, ArgumentType::String);
+    const qint64 end = qint64(bytes.size()) - LogFormat::trailerSize - 1;
+    if (path.isWhole() && in.position() <= end) {
+        record.path = path.bytes;
+        record.values = bytes.substr(size_t(in.position()), size_t(end - in.position()));
+    }
+    return record;
+}
+
 Visitor::~Visitor() = default;
 
 void Visitor::beginFile(int /*file*/, qint64 /*size*/)
@@ -172,25 +172,35 @@ bool Folder::visit(Visitor &visitor) const
     return isComplete;
 }
 
+OpenFile Folder::openFile(const ListedFile &file) const
+{
+    OpenFile opened;
+    const Descriptor folder = openFolder(folderPath);
+    if (folder.isOpen() || file.bytes) {
+        opened.bytes = openListed(folder.get(), file, opened.error);
+    } else {
+        opened.error = errno;
+    }
+    if (opened.bytes) {
+        const bool maySettle = file.index == 0 && others == Writers::Possible;
+        opened.size
+            = maySettle ? settledSize(*opened.bytes) : qint64(opened.bytes->status().st_size);
+    }
+    return opened;
+}
+
 bool Folder::visit(const ListedFile &file, Visitor &visitor) const
 {
+    const OpenFile opened = openFile(file);
+    if (opened.bytes) {
+        return visit(file.index, *opened.bytes, opened.size, visitor);
+    }
     FileResult result;
     result.file = file.index;
-    const Descriptor folder = openFolder(folderPath);
-    std::shared_ptr<const FileBytes> opened;
-    if (folder.isOpen() || file.bytes) {
-        opened = openListed(folder.get(), file, result.error);
-    } else {
-        result.error = errno;
-    }
-    if (!opened) {
-        result.isGone = result.error == 0;
-        visitor.endFile(result);
-        return result.isGone;
-    }
-    const bool maySettle = file.index == 0 && others == Writers::Possible;
-    const qint64 size = maySettle ? settledSize(*opened) : qint64(opened->status().st_size);
-    return visit(file.index, *opened, size, visitor);
+    result.error = opened.error;
+    result.isGone = result.error == 0;
+    visitor.endFile(result);
+    return result.isGone;
 }
 
 bool Folder::visit(int file, const FileBytes &bytes, qint64 size, Visitor &visitor) const

@@ -8,6 +8,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
+#include <string_view>
 #include <vector>
 
 class SystemeventCatalogue;
@@ -17,6 +19,13 @@ namespace Archive
 
 //! Whether somebody may be writing to a folder.
 enum class Writers : quint8 { Possible, None };
+
+//! A file to be shown, perhaps more than once.
+struct OpenFile {
+    std::shared_ptr<const FileBytes> bytes; //!< null where they cannot be had
+    qint64 size = 0;                        //!< of what counts: it may grow meanwhile
+    int error = 0; //!< errno of why they cannot be had; 0: the file is gone
+};
 
 //! What became of a file.
 struct FileResult {
@@ -88,6 +97,9 @@ public:
     //! Of files that only the daemon's reader takes for log files, in no order.
     [[nodiscard]] const QStringList &otherNames() const { return listing.otherNames; }
 
+    //! Opens one of files(), and looks for its end as open() says.
+    [[nodiscard]] OpenFile openFile(const ListedFile &file) const;
+
     //! Shows all files; false where one could not be read, which its FileResult says.
     [[nodiscard]] bool visit(Visitor &visitor) const;
     //! Shows one of files().
@@ -101,5 +113,8 @@ private:
     EventTypes types;
     Writers others = Writers::Possible;
 };
+
+//! What the bytes of a record say; state and fault are for the caller to fill in.
+Record recordIn(std::string_view bytes);
 
 } // namespace Archive

@@ -10,6 +10,7 @@
 #include "ctl/repaircommand.h"
 #include "ctl/salvagecommand.h"
 #include "ctl/settingscommand.h"
+#include "ctl/showcommand.h"
 #include "ctl/verifycommand.h"
 
 #include <QtGlobal>
@@ -26,6 +27,8 @@ namespace
 ExitStatus runCommand(const Plan &plan, OutputStream &out)
 {
     switch (plan.command) {
+    case Command::Show:
+        return runShow(plan, out);
     case Command::Verify:
         return runVerify(plan, out);
     case Command::Salvage:
@@ -73,6 +76,9 @@ int runCtl(int argc, char **argv)
     OutputStream out(STDOUT_FILENO);
     try {
         return int(run(CommandLine::read(argc, argv), out));
+    } catch (const WrongUsage &wrong) {
+        Messages::tell(QString::fromStdString(wrong.reason));
+        return int(ExitStatus::WrongUsage);
     } catch (const OutputFailure &failure) {
         if (failure.error == EPIPE) {
             return int(ExitStatus::Done); // who reads has had enough

@@ -15,15 +15,13 @@
 namespace
 {
 
-//! Thrown where nothing is announced, once it is told why.
-struct Refused {
-    ExitStatus status = ExitStatus::WrongUsage;
+//! Thrown once it is told why nothing is announced, or nothing known of it.
+struct Failed {
 };
 
 [[noreturn]] void refuse(const QString &reason)
 {
-    Messages::tell(reason);
-    throw Refused{};
+    throw WrongUsage{reason.toStdString()};
 }
 
 struct Announcement {
@@ -79,12 +77,12 @@ Announcement byTypes(const EmitChoice &emit, Source &source)
     std::optional<qint32> id = idOf(emit.event);
     if (!id) {
         if (!source.openCatalogue()) {
-            throw Refused{ExitStatus::Failed};
+            throw Failed{};
         }
         const SystemeventCatalogue none;
         id = qint32(eventNamed(source.catalogue() ? *source.catalogue() : none, emit.event).id);
     }
-    const EmitValues::Result made = EmitValues::byTypes(emit.types, emit.values);
+    const EmitValues::Result made = EmitValues::byTypes(*emit.types, emit.values);
     if (!made.refusal.isEmpty()) {
         refuse(made.refusal);
     }
@@ -94,7 +92,7 @@ Announcement byTypes(const EmitChoice &emit, Source &source)
 Announcement byDeclaration(const EmitChoice &emit, Source &source)
 {
     if (!source.openCatalogue()) {
-        throw Refused{ExitStatus::Failed};
+        throw Failed{};
     }
     const SystemeventCatalogue none;
     const SystemeventCatalogue &catalogue = source.catalogue() ? *source.catalogue() : none;
@@ -115,7 +113,7 @@ Announcement announcementOf(const Plan &plan)
                    .arg(QString::fromUtf8(plan.emit.path)));
     }
     Source source(plan.source, plan.output.isQuiet);
-    return plan.emit.hasTypes ? byTypes(plan.emit, source) : byDeclaration(plan.emit, source);
+    return plan.emit.types ? byTypes(plan.emit, source) : byDeclaration(plan.emit, source);
 }
 
 //! Refuses to wait for what the daemon does not store.
@@ -126,14 +124,14 @@ void checkIsStored(Bus &bus, std::optional<int> level)
     if (logLocal.value && !logLocal.value->value.toBool()) {
         Messages::tell(QStringLiteral("the daemon stores nothing: logLocal is off; nothing is "
                                       "announced"));
-        throw Refused{ExitStatus::Failed};
+        throw Failed{};
     }
     const int dropped = loglevel.value ? loglevel.value->value.toInt() : -1;
     if (dropped >= 0 && level && *level <= dropped) {
         Messages::tell(QStringLiteral("the daemon stores no events up to level %1: loglevel is "
                                       "%1; nothing is announced")
                            .arg(dropped));
-        throw Refused{ExitStatus::Failed};
+        throw Failed{};
     }
 }
 
@@ -143,7 +141,7 @@ void send(Bus &bus, const Announcement &change, const QByteArray &path)
         BusAnswer refusal;
         refusal.error = "org.freedesktop.DBus.Error.AccessDenied";
         tellFailure(refusal, QStringLiteral("nothing is announced"), BusName::statusGroup);
-        throw Refused{ExitStatus::Failed};
+        throw Failed{};
     }
 }
 
@@ -156,7 +154,7 @@ quint64 sendAndWait(Bus &bus, const Announcement &change, EmittedRecord &record,
     if (!answer.isDone()) {
         tellFailure(answer, QStringLiteral("announced, but nobody knows whether it is stored"),
                     BusName::adminGroup);
-        throw Refused{ExitStatus::Failed};
+        throw Failed{};
     }
     record.takeEnd();
     const std::optional<quint64> number = record.waitFor(plan.source.folder);
@@ -165,7 +163,7 @@ quint64 sendAndWait(Bus &bus, const Announcement &change, EmittedRecord &record,
                                       "\"systemeventctl settings\" shows what the daemon leaves "
                                       "out")
                            .arg(QString::number(EmittedRecord::patience), plan.source.folder));
-        throw Refused{ExitStatus::Failed};
+        throw Failed{};
     }
     return *number;
 }
@@ -199,7 +197,7 @@ ExitStatus runEmit(const Plan &plan, OutputStream &out)
 {
     try {
         return announce(plan, out);
-    } catch (const Refused &refused) {
-        return refused.status;
+    } catch (const Failed &) {
+        return ExitStatus::Failed;
     }
 }

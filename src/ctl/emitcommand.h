@@ -4,5 +4,5 @@
 #include "ctl/outputstream.h"
 #include "ctl/plan.h"
 
-//! Announces a status change. May throw OutputFailure.
+//! Announces a status change. May throw OutputFailure and WrongUsage.
 ExitStatus runEmit(const Plan &plan, OutputStream &out);

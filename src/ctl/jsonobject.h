@@ -21,6 +21,13 @@ public:
     {
         out += '{';
     }
+    //! Opens one that goes on behind a brace and members, which are made already.
+    JsonObject(std::string &text, std::string_view opened)
+        : out(text)
+        , isEmpty(false)
+    {
+        out += opened;
+    }
 
     JsonObject &add(std::string_view key, std::string_view utf8);
     JsonObject &add(std::string_view key, const QString &text);

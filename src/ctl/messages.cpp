@@ -22,6 +22,30 @@ bool isControl(ushort code)
         || (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
 }
 
+/*!
+ * Whether a text is UTF-8 without any control character, as most are. Of the characters
+ * that take three bytes and more it does not know, of some that take two neither.
+ */
+bool isPlain(std::string_view utf8)
+{
+    for (size_t i = 0; i < utf8.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(utf8[i]);
+        if (byte < 0x20 || byte == 0x7F) {
+            return false;
+        }
+        if (byte < 0x80) {
+            continue;
+        }
+        const bool isPair = byte >= 0xC3 && byte < 0xE0 && i + 1 < utf8.size()
+            && (static_cast<unsigned char>(utf8[i + 1]) & 0xC0U) == 0x80U;
+        if (!isPair) {
+            return false;
+        }
+        ++i;
+    }
+    return true;
+}
+
 } // namespace
 
 void tell(const QString &text)
@@ -52,6 +76,10 @@ QString filePath(const QString &folder, int file)
 
 void appendPrintable(std::string &out, std::string_view utf8)
 {
+    if (isPlain(utf8)) {
+        out += utf8;
+        return;
+    }
     const QString text = QString::fromUtf8(utf8.data(), int(utf8.size()));
     QString shown;
     for (const QChar c : text) {

@@ -1,12 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "archive/numberset.h"
+#include "ctl/timepoint.h"
+
 #include <QByteArray>
 #include <QList>
+#include <QRegularExpression>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 #include <string>
+#include <variant>
+#include <vector>
 
 /*!
  * What a command is to do, worked out of the command line before anything runs. Commands
@@ -14,6 +21,7 @@
  */
 
 enum class Command : quint8 {
+    Show,
     Verify,
     Salvage,
     Repair,
@@ -37,6 +45,11 @@ inline ExitStatus worse(ExitStatus one, ExitStatus other)
     return int(one) > int(other) ? one : other;
 }
 
+//! Thrown for what the user has typed and what cannot be meant.
+struct WrongUsage {
+    std::string reason; //!< a sentence without its full stop, which says what is accepted
+};
+
 //! Where records come from, and what explains them.
 struct SourceChoice {
     QString folder = QStringLiteral("/srv/public/log");
@@ -45,15 +58,71 @@ struct SourceChoice {
     bool catalogueIsNamed = false;
 };
 
+//! A level by its number, or by its name in the catalogue.
+using LevelChoice = std::variant<int, QString>;
+//! From a level to a less urgent one, that is a higher number; both included.
+struct LevelRange {
+    std::optional<LevelChoice> from; //!< none: from the most urgent one
+    std::optional<LevelChoice> to;   //!< none: to the least urgent one
+};
+//! Events by their id, or by their name in the catalogue.
+using EventChoice = std::variant<qint32, QString>;
+
+/*!
+ * Which records are meant. Every kind of condition has to hold; of several of a kind one,
+ * and of none of a kind all do.
+ */
+struct SelectionChoice {
+    std::optional<quint64> last; //!< only so many, the last ones
+    bool newestFirst = false;
+    std::optional<Instant> since; //!< included
+    std::optional<Instant> until; //!< included
+    std::vector<Archive::NumberRange> numbers;
+    std::vector<LevelRange> levels;
+    std::vector<EventChoice> events;
+    QStringList services;
+    std::vector<std::string> paths; //!< patterns, of Glob
+    QList<QRegularExpression> texts;
+
+    //! Whether nothing is left out.
+    [[nodiscard]] bool isEverything() const
+    {
+        return !last && !since && !until && numbers.empty() && levels.empty() && events.empty()
+            && services.isEmpty() && paths.empty() && texts.isEmpty();
+    }
+};
+
 enum class Format : quint8 {
     Text,
     Json, //!< one object a line
+    Csv,  //!< RFC 4180, with a header
+    Raw,  //!< the bytes and what they mean
+};
+
+//! How a time is written.
+enum class TimeStyle : quint8 {
+    Local,    //!< for people
+    Utc,      //!< RFC 3339, in UTC
+    Iso,      //!< the same in local time, with its distance from UTC
+    Unix,     //!< seconds since 1970
+    Relative, //!< how long ago
 };
 
 struct OutputChoice {
     Format format = Format::Text;
-    bool isQuiet = false; //!< says nothing where all is well
-    QString language = QStringLiteral("en");
+    bool isQuiet = false;            //!< says nothing where all is well
+    std::optional<QString> language; //!< that the user has named
+    QStringList localeLanguages;     //!< otherwise the first of these that is there
+    std::optional<TimeStyle> time;   //!< none: what suits the format
+    Instant now;                     //!< of the start, for relative times
+    bool isOnTerminal = false;
+    bool isColoured = false;
+    int columns = 0;   //!< of the terminal; 0: lines are as long as they are
+    std::string pager; //!< a line for the shell; empty: none
+};
+
+struct ShowChoice {
+    bool follow = false; //!< goes on with new records
 };
 
 struct SalvageChoice {
@@ -72,8 +141,8 @@ struct EmitChoice {
     QString event; //!< its id or its name
     QList<QByteArray> values;
     QByteArray path = "/systemeventctl";
-    std::string types; //!< D-Bus types, one behind the other, in place of the declared ones
-    bool hasTypes = false;
+    //! D-Bus types, one behind the other, in place of the declared ones.
+    std::optional<std::string> types;
     bool waits = false; //!< until the record can be read
 };
 
@@ -89,9 +158,11 @@ struct ConsentChoice {
 };
 
 struct Plan {
-    Command command = Command::Verify;
+    Command command = Command::Show;
     SourceChoice source;
+    SelectionChoice selection;
     OutputChoice output;
+    ShowChoice show;
     SalvageChoice salvage;
     RepairChoice repair;
     EmitChoice emit;

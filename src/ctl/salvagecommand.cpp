@@ -2,14 +2,14 @@
 #include "ctl/salvagecommand.h"
 
 #include "archive/archivefolder.h"
-#include "archive/filebytes.h"
 #include "ctl/cleanset.h"
 #include "ctl/interruption.h"
 #include "ctl/jsonobject.h"
 #include "ctl/messages.h"
-#include "ctl/recordline.h"
-#include "ctl/recordobject.h"
+#include "ctl/recordlisting.h"
+#include "ctl/recordorder.h"
 #include "ctl/source.h"
+#include "ctl/textprinter.h"
 
 #include <memory>
 #include <utility>
@@ -65,77 +65,35 @@ private:
     bool isIncomplete = false;
 };
 
-class Printer : public Judge
+//! Lines as they always were: what is lost is among them wherever they go.
+std::unique_ptr<RecordPrinter> plainLines(const Plan &plan, OutputStream &out)
 {
-public:
-    Printer(const Plan &plan, const SystemeventCatalogue *catalogue, OutputStream &output)
-        : Judge(plan.source.folder)
-        , kinds(catalogue, plan.output.language)
-        , object(catalogue, kinds)
-        , line(kinds)
-        , out(output)
-        , isJson(plan.output.format == Format::Json)
-        , sureOnly(plan.salvage.sureOnly)
-    {
-    }
-
-    //! The file that is shown next, for what lies behind its records.
-    void useFile(const std::shared_ptr<const Archive::FileBytes> &opened)
-    {
-        static const auto nothing = std::make_shared<const Archive::FileBytes>();
-        file = opened ? opened : nothing;
-    }
-
-    void record(const Place &place, const Record &record) override
-    {
-        Judge::record(place, record);
-        if (sureOnly && record.state != State::Whole) {
-            return;
-        }
-        if (isJson) {
-            object.append(out.text(), place, record, *file);
-            out.text() += '\n';
-        } else {
-            line.append(out.text(), place, record, *file);
-        }
-        out.wrote();
-    }
-
-    void lost(const Place &place, Archive::Fault reason) override
-    {
-        Judge::lost(place, reason);
-        if (sureOnly) {
-            return;
-        }
-        if (isJson) {
-            RecordObject::appendLost(out.text(), place, reason);
-            out.text() += '\n';
-        } else {
-            RecordLine::appendLost(out.text(), place, reason);
-        }
-        out.wrote();
-    }
-
-private:
-    EventKinds kinds;
-    RecordObject object;
-    RecordLine line;
-    std::shared_ptr<const Archive::FileBytes> file;
-    OutputStream &out;
-    bool isJson;
-    bool sureOnly;
-};
+    TextPrinter::Layout layout;
+    layout.isAligned = false;
+    layout.isColoured = plan.output.isColoured;
+    layout.tellsMissing = false;
+    return std::make_unique<TextPrinter>(
+        layout, TimeText(plan.output.time.value_or(TimeStyle::Utc), plan.output.now), nullptr, out);
+}
 
 ExitStatus print(const Plan &plan, const Source &source, OutputStream &out)
 {
-    Printer printer(plan, source.catalogue(), out);
-    const Archive::Descriptor folder = Archive::openFolder(plan.source.folder);
-    for (const Archive::ListedFile &file : source.folder().files()) {
-        int error = 0; // what cannot be opened here is told of below
-        printer.useFile(Archive::openListed(folder.get(), file, error));
-        (void)source.folder().visit(file, printer);
+    RecordListing listing(plan, source, out);
+    if (plan.output.format == Format::Text) {
+        listing.use(plainLines(plan, out));
     }
-    return printer.status();
+    if (plan.salvage.sureOnly) {
+        listing.showWholeOnly();
+    }
+    RecordOrder order(source.folder(), RecordOrder::By::Place);
+    listing.print(order);
+    if (!order.isComplete()) {
+        return ExitStatus::Failed;
+    }
+    // A folder without records is salvaged, too; nothing was looked for then.
+    const ExitStatus status = listing.status();
+    const bool isDone = status == ExitStatus::NothingMatched && plan.selection.isEverything();
+    return isDone ? ExitStatus::Done : status;
 }
 
 //! Notes the whole records for a clean set.

@@ -290,44 +290,48 @@ ExitStatus change(const Plan &plan, const Setting &setting, const QVariant &valu
     return ExitStatus::Done;
 }
 
-const Setting *settingNamed(const QString &name)
+[[noreturn]] void refuse(const QString &reason)
+{
+    throw WrongUsage{reason.toStdString()};
+}
+
+const Setting &settingNamed(const QString &name)
 {
     const auto *const found
         = std::find_if(std::begin(settings), std::end(settings),
                        [&name](const Setting &each) { return name == QLatin1String(each.name); });
-    if (found != std::end(settings)) {
-        return found;
+    if (found == std::end(settings)) {
+        QStringList names;
+        for (const Setting &each : settings) {
+            names.append(QLatin1String(each.name));
+        }
+        refuse(QStringLiteral("there is no setting \"%1\"; there are %2")
+                   .arg(name, names.join(QStringLiteral(", "))));
     }
-    QStringList names;
-    for (const Setting &each : settings) {
-        names.append(QLatin1String(each.name));
+    return *found;
+}
+
+QVariant valueOf(const Setting &setting, const QString &typed)
+{
+    const std::optional<QVariant> value = setting.valueOf(typed);
+    if (!value) {
+        refuse(QStringLiteral("\"%1\" does not fit %2, which takes %3")
+                   .arg(typed, QLatin1String(setting.name), QLatin1String(setting.values)));
     }
-    Messages::tell(QStringLiteral("there is no setting \"%1\"; there are %2")
-                       .arg(name, names.join(QStringLiteral(", "))));
-    return nullptr;
+    return *value;
 }
 
 } // namespace
 
 ExitStatus runSettings(const Plan &plan, OutputStream &out)
 {
-    const Setting *const setting = plan.settings.name ? settingNamed(*plan.settings.name) : nullptr;
-    if (plan.settings.name && !setting) {
-        return ExitStatus::WrongUsage;
-    }
-    std::optional<QVariant> value;
-    if (setting && plan.settings.value) {
-        value = setting->valueOf(*plan.settings.value);
-        if (!value) {
-            Messages::tell(QStringLiteral("\"%1\" does not fit %2, which takes %3")
-                               .arg(*plan.settings.value, *plan.settings.name,
-                                    QLatin1String(setting->values)));
-            return ExitStatus::WrongUsage;
-        }
-    }
+    const Setting *const setting
+        = plan.settings.name ? &settingNamed(*plan.settings.name) : nullptr;
+    const bool isChange = setting && plan.settings.value;
+    const QVariant value = isChange ? valueOf(*setting, *plan.settings.value) : QVariant();
     Bus bus;
     if (!bus.openToDaemon()) {
         return ExitStatus::Failed;
     }
-    return value ? change(plan, *setting, *value, bus) : show(plan, out, bus);
+    return isChange ? change(plan, *setting, value, bus) : show(plan, out, bus);
 }

@@ -25,7 +25,33 @@ void CtlCommandLineTest::wrongUsage_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("complaint");
 
-    QTest::newRow("a command is wanted") << QStringList() << "a command is missing"_s;
+    QTest::newRow("what comes behind options is no command")
+        << QStringList{"-D"_s, "a"_s, "verify"_s} << "verify"_s;
+    QTest::newRow("a selection is not for every command")
+        << QStringList{"verify"_s, "-n"_s, "5"_s} << "-n"_s;
+    const QList<QStringList> wrongValues{
+        {"-n"_s, "few"_s, "--lines"_s, "no number from 0 to"_s},
+        {"-n"_s, "-1"_s, "--lines"_s, "no number from 0 to"_s},
+        {"-S"_s, "soon"_s, "--since"_s, "yesterday, 1h"_s},
+        {"-U"_s, "2026-02-30"_s, "--until"_s, "yesterday, 1h"_s},
+        {"--number"_s, "5..3"_s, "--number"_s, "12..34, 12.., ..34 or 12"_s},
+        {"--number"_s, ".."_s, "--number"_s, "12..34"_s},
+        {"--number"_s, "a"_s, "--number"_s, "12..34"_s},
+        {"-p"_s, ".."_s, "--level"_s, "by name or number"_s},
+        {"-e"_s, "99999999999"_s, "--event"_s, "neither the id"_s},
+        {"--path"_s, "[a"_s, "--path"_s, "* stands for any text"_s},
+        {"-g"_s, "(a"_s, "--grep"_s, "missing closing parenthesis"_s},
+        {"-o"_s, "xml"_s, "--output"_s, "text, json, csv, raw"_s},
+        {"--time"_s, "mine"_s, "--time"_s, "local, utc, iso, unix, relative"_s},
+        {"--color"_s, "red"_s, "--color"_s, "auto, always, never"_s},
+    };
+    for (const QStringList &value : wrongValues) {
+        for (const QString &part : value.mid(2)) {
+            QTest::addRow("%s %s names %s", qPrintable(value[0]), qPrintable(value[1]),
+                          qPrintable(part))
+                << value.mid(0, 2) << part;
+        }
+    }
     QTest::newRow("an unknown command is told") << QStringList{"mend"_s} << "mend"_s;
     QTest::newRow("an unknown option is told") << QStringList{"verify"_s, "--mend"_s} << "--mend"_s;
     QTest::newRow("an option of another command is unknown")
@@ -64,6 +90,10 @@ void CtlCommandLineTest::help_data()
     QTest::newRow("the tool names its commands")
         << QStringList{"--help"_s} << QByteArray("salvage");
     QTest::newRow("-h is the same") << QStringList{"-h"_s} << QByteArray("salvage");
+    QTest::newRow("show has its own")
+        << QStringList{"show"_s, "--help"_s} << QByteArray("--follow");
+    QTest::newRow("which is also that of options alone")
+        << QStringList{"-n"_s, "5"_s, "-h"_s} << QByteArray("--follow");
     QTest::newRow("verify has its own")
         << QStringList{"verify"_s, "--help"_s} << QByteArray("--catalogue FILE");
     QTest::newRow("salvage has its own")

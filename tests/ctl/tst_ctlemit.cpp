@@ -273,7 +273,7 @@ void CtlEmitTest::refused_data()
     row("an unknown id", {"4711"_s}, "does not know the event \"4711\""_s);
     row("an id of more than 32 bits", {"4294967297"_s}, "does not know the event"_s);
     row("a name of two events", {"twice"_s}, "several events are called \"twice\"; give an id"_s);
-    row("no event", {}, "EVENT [VALUE...] is missing"_s);
+    row("no event", {}, "emit takes EVENT [VALUE...]"_s);
     row("a path without a slash", {"none"_s, "--path"_s, "power"_s}, "no path of an object"_s);
     row("a path that ends with a slash", {"none"_s, "--path"_s, "/power/"_s},
         "no path of an object"_s);

@@ -227,7 +227,7 @@ void CtlSettingsTest::refused_data()
     row("a level that is no number", {"loglevel"_s, "warning"_s}, "takes a whole number"_s);
     row("a level with a blank", {"loglevel"_s, "4 "_s}, "takes a whole number"_s);
     row("a level of more than 32 bits", {"loglevel"_s, "4294967301"_s}, "takes a whole number"_s);
-    row("two values", {"loglevel"_s, "4"_s, "5"_s}, "there is more than [NAME [VALUE]]"_s);
+    row("two values", {"loglevel"_s, "4"_s, "5"_s}, "settings takes [NAME [VALUE]]"_s);
 }
 
 void CtlSettingsTest::refused()

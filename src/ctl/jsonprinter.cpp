@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "ctl/recordobject.h"
+#include "ctl/jsonprinter.h"
 
-#include "ctl/jsonobject.h"
-#include "ctl/timetext.h"
 #include "logformat/bytesource.h"
 #include "logformat/storedvalue.h"
 
@@ -70,12 +68,9 @@ void addContent(JsonObject &object, const StoredValue &value)
     object.addNull("value");
 }
 
-void appendValue(std::string &out, const SystemeventArgument &argument, const StoredValue &value,
-                 const SystemeventCatalogue &catalogue)
+void appendValue(std::string &out, const ArgumentKind &argument, const StoredValue &value)
 {
-    JsonObject object(out);
-    object.add("name", argument.name);
-    object.add("type", typeName(argument.type));
+    JsonObject object(out, argument.members);
     if (value.inVariant) {
         object.add("contentType", typeName(value.type));
     }
@@ -84,62 +79,21 @@ void appendValue(std::string &out, const SystemeventArgument &argument, const St
     } else {
         addContent(object, value);
         if (argument.type == ArgumentType::Enum) {
-            object.add("text", catalogue.enumText(argument.enumName, int(value.integer)));
+            object.add("text", argument.itemText(int(value.integer)));
         }
     }
     object.end();
 }
 
-void addPlace(JsonObject &object, const Archive::Place &place)
-{
-    object.add("file", LogFormat::fileName(place.file));
-    object.addNumber("offset", place.offset).addNumber("length", place.length);
-}
-
-} // namespace
-
-void RecordObject::append(std::string &out, const Archive::Place &place,
-                          const Archive::Record &record, const Archive::FileBytes &file)
-{
-    JsonObject object(out);
-    object.addLarge("number", record.head.logNr);
-    std::string time;
-    if (appendTime(time, record.head.seconds, record.head.microseconds)) {
-        object.add("time", std::string_view(time));
-    }
-    object.addNumber("event", record.head.eventId);
-    const EventKind *const kind = kinds.find(record.head.eventId);
-    if (kind) {
-        out += ',';
-        out += kind->members;
-    }
-    object.add("path", record.path);
-    if (kind) {
-        message.clear();
-        kinds.appendMessage(message, *kind, place, record, file);
-        object.add("message", std::string_view(message));
-        appendValues(object.addKey("values"), *kind->event, record.values);
-    } else {
-        object.addHex("bytes", record.values);
-    }
-    addPlace(object, place);
-    object.add("state", Archive::stateName(record.state));
-    if (record.state == Archive::State::Damaged) {
-        object.add("reason", Archive::faultText(record.fault));
-    }
-    object.end();
-}
-
-void RecordObject::appendValues(std::string &out, const SystemeventDescription &event,
-                                std::string_view bytes) const
+void appendValues(std::string &out, const EventKind &kind, std::string_view bytes)
 {
     ByteSource in(bytes);
     out += '[';
     const char *separator = "";
-    for (const SystemeventArgument &argument : event.arguments) {
+    for (const ArgumentKind &argument : kind.arguments) {
         out += separator;
         separator = ",";
-        appendValue(out, argument, LogFormat::readValue(in, argument.type), *catalogue);
+        appendValue(out, argument, LogFormat::readValue(in, argument.type));
     }
     out += ']';
     if (in.position() < in.size()) {
@@ -150,11 +104,64 @@ void RecordObject::appendValues(std::string &out, const SystemeventDescription &
     }
 }
 
-void RecordObject::appendLost(std::string &out, const Archive::Place &place, Archive::Fault reason)
+} // namespace
+
+void JsonPrinter::record(const RecordView &record)
 {
-    JsonObject object(out);
+    JsonObject object(out.text());
+    object.addLarge("number", record.head.logNr);
+    const size_t withoutTime = out.text().size();
+    out.text() += ",\"time\":\"";
+    if (times.append(out.text(), record.head.seconds, record.head.microseconds)) {
+        out.text() += '"';
+    } else {
+        out.text().resize(withoutTime);
+    }
+    object.addNumber("event", record.head.eventId);
+    if (record.kind) {
+        out.text() += ',';
+        out.text() += record.kind->members;
+    }
+    object.add("path", record.path);
+    if (record.kind) {
+        object.add("message", record.message);
+        appendValues(object.addKey("values"), *record.kind, record.values);
+    } else {
+        object.addHex("bytes", record.values);
+    }
+    addPlace(object, record.place);
+    object.add("state", Archive::stateName(record.state));
+    if (record.state == Archive::State::Damaged) {
+        object.add("reason", Archive::faultText(record.fault));
+    }
+    object.end();
+    out.text() += '\n';
+    out.wrote();
+}
+
+void JsonPrinter::addPlace(JsonObject &object, const Archive::Place &place)
+{
+    if (place.file != file) {
+        file = place.file;
+        fileName.clear();
+        JsonObject::appendString(fileName, LogFormat::fileName(file).toStdString());
+    }
+    object.addKey("file") += fileName;
+    object.addNumber("offset", place.offset).addNumber("length", place.length);
+}
+
+void JsonPrinter::lost(const Archive::Place &place, Archive::Fault reason)
+{
+    JsonObject object(out.text());
     addPlace(object, place);
     object.add("state", std::string_view("lost"));
     object.add("reason", Archive::faultText(reason));
     object.end();
+    out.text() += '\n';
+    out.wrote();
+}
+
+//! Programs see it by the numbers.
+void JsonPrinter::missing(const Archive::NumberRange & /*numbers*/)
+{
 }

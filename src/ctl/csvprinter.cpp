@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ctl/csvprinter.h"
+
+#include "ctl/eventkinds.h"
+#include "ctl/messages.h"
+#include "logformat/logformat.h"
+#include "rendering/utf8text.h"
+
+namespace
+{
+
+constexpr char endOfRow[] = "\r\n";
+
+} // namespace
+
+void CsvPrinter::begin()
+{
+    out.write("number,time,event,name,service,level,levelNumber,path,message,state");
+    out.write(endOfRow);
+}
+
+//! The next cell, behind a comma.
+void CsvPrinter::addText(std::string_view utf8)
+{
+    std::string &row = out.text();
+    row += ',';
+    if (!Utf8Text::isAscii(utf8) || onTerminal) {
+        piece.clear();
+        if (onTerminal) {
+            Messages::appendPrintable(piece, utf8);
+        } else {
+            Utf8Text::append(piece, Utf8Text::toString(utf8)); // valid UTF-8
+        }
+        utf8 = piece;
+    }
+    if (utf8.find_first_of("\",\r\n") == std::string_view::npos) {
+        row += utf8;
+        return;
+    }
+    row += '"';
+    for (const char c : utf8) {
+        row.append(c == '"' ? 2 : 1, c);
+    }
+    row += '"';
+}
+
+void CsvPrinter::endRow(std::string_view message, std::string_view state)
+{
+    addText(message);
+    addText(state);
+    out.write(endOfRow);
+}
+
+void CsvPrinter::record(const RecordView &record)
+{
+    std::string &row = out.text();
+    if (record.head.logNr != 0) {
+        Utf8Text::append(row, record.head.logNr);
+    }
+    row += ',';
+    (void)times.append(row, record.head.seconds, record.head.microseconds); // or an empty cell
+    row += ',';
+    Utf8Text::append(row, record.head.eventId);
+    if (const EventKind *const kind = record.kind) {
+        addText(kind->name);
+        addText(kind->service);
+        addText(kind->level);
+        row += ',';
+        Utf8Text::append(row, kind->event->logLevel);
+    } else {
+        row += ",,,,";
+    }
+    addText(record.path);
+    endRow(record.message, Archive::stateName(record.state).data());
+}
+
+void CsvPrinter::lost(const Archive::Place &place, Archive::Fault reason)
+{
+    out.text() += ",,,,,,,";
+    endRow(LogFormat::fileName(place.file).toStdString() + " from " + std::to_string(place.offset)
+               + " to " + std::to_string(place.end()) + ": " + Archive::faultText(reason).data(),
+           "lost");
+}
+
+//! Who reads the table sees it by the numbers.
+void CsvPrinter::missing(const Archive::NumberRange & /*numbers*/)
+{
+}

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "archive/archiverecord.h"
+
+#include <string_view>
+
+struct EventKind;
+
+/*!
+ * What is shown of a record, or of a status change that is not stored yet. Nothing is
+ * owned; it is valid for the time of a call.
+ */
+struct RecordView {
+    LogFormat::RecordHead head;      //!< its number is 0 where there is none yet
+    const EventKind *kind = nullptr; //!< null of an event that the catalogue does not know
+    std::string_view path;           //!< of the emitter
+    std::string_view message;        //!< the text; empty of an unknown event
+    std::string_view values;         //!< as stored, behind the path
+    std::string_view bytes;          //!< all of the record; empty where there is none yet
+    Archive::Place place;            //!< of a record
+    Archive::State state = Archive::State::Whole;
+    Archive::Fault fault = Archive::Fault::None;
+};
+
+//! Without kind and message.
+inline RecordView viewOf(const Archive::Place &place, const Archive::Record &record)
+{
+    RecordView view;
+    view.head = record.head;
+    view.path = record.path;
+    view.values = record.values;
+    view.bytes = record.bytes;
+    view.place = place;
+    view.state = record.state;
+    view.fault = record.fault;
+    return view;
+}
