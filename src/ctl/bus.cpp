@@ -7,13 +7,16 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace
 {
 
-constexpr int systemBus = 1;         // DBUS_BUS_SYSTEM
+//! Where the system bus is unless DBUS_SYSTEM_BUS_ADDRESS says otherwise.
+constexpr char usualAddress[] = "unix:path=/var/run/dbus/system_bus_socket";
 constexpr long mostUnread = 1048576; // bytes read ahead; the bus keeps the rest
 
 void require(BusLibrary::Bool isDone)
@@ -42,7 +45,6 @@ public:
         failed.text = QString::fromUtf8(error.message);
         return failed;
     }
-    [[nodiscard]] bool isSet() const { return error.name != nullptr; }
 
 private:
     const BusLibrary &library;
@@ -265,8 +267,11 @@ void tellFailure(const BusAnswer &failed, const QString &what, const char *group
     if (failed.isMissing()) {
         reason = QStringLiteral("the daemon does not run");
     } else if (failed.error == "org.freedesktop.DBus.Error.AccessDenied") {
-        reason = QStringLiteral("refused by the bus; root may do it, and members of the group %1")
-                     .arg(QLatin1String(group));
+        reason = QStringLiteral("refused by the bus");
+        if (group) {
+            reason += QStringLiteral("; root may do it, and members of the group %1")
+                          .arg(QLatin1String(group));
+        }
     } else if (failed.error == "org.freedesktop.DBus.Error.NoReply") {
         reason = QStringLiteral("there is no answer");
     }
@@ -313,10 +318,9 @@ std::optional<BusValue> BusMessage::first() const
     return readValue(library, at);
 }
 
-int BusMessage::statusValues(std::vector<BusValue> &values, size_t most, size_t &count) const
+int BusMessage::statusValues(std::vector<BusValue> &values, size_t most) const
 {
     values.clear();
-    count = 0;
     DBusMessageIter at{};
     (void)library.beginReading(message, &at);
     int eventId = 0;
@@ -330,12 +334,10 @@ int BusMessage::statusValues(std::vector<BusValue> &values, size_t most, size_t 
     }
     DBusMessageIter element{};
     library.enter(&content, &element);
-    for (; library.type(&element) == 'v'; (void)library.next(&element)) {
-        if (++count <= most) {
-            DBusMessageIter inner{};
-            library.enter(&element, &inner);
-            values.push_back(readValue(library, inner));
-        }
+    for (; values.size() < most && library.type(&element) == 'v'; (void)library.next(&element)) {
+        DBusMessageIter inner{};
+        library.enter(&element, &inner);
+        values.push_back(readValue(library, inner));
     }
     return eventId;
 }
@@ -351,12 +353,34 @@ Bus::~Bus()
 bool Bus::open()
 {
     library = BusLibrary::get();
-    connection = library ? library->connectPrivately(systemBus, nullptr) : nullptr;
-    if (connection) {
-        library->setExitOnDisconnect(connection, 0);
-        library->setMaxReceivedSize(connection, mostUnread);
+    if (!library) {
+        return false;
     }
-    return connection != nullptr;
+    const QByteArray address = qgetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    connection = library->connect(address.isEmpty() ? usualAddress : address.constData(), nullptr);
+    if (!connection) {
+        return false;
+    }
+    library->setMaxReceivedSize(connection, mostUnread);
+    const BusAnswer hello = authenticate() ? callBus("Hello", {}) : BusAnswer();
+    ownName = hello.value ? hello.value->value.toString().toLatin1() : QByteArray();
+    return !ownName.isEmpty();
+}
+
+//! The library would wait for a mute bus without end.
+bool Bus::authenticate()
+{
+    using std::chrono::milliseconds;
+    using std::chrono::steady_clock;
+    const auto end = steady_clock::now() + milliseconds(patience);
+    while (library->isAuthenticated(connection) == 0) {
+        const auto left
+            = std::chrono::duration_cast<milliseconds>(end - steady_clock::now()).count();
+        if (left <= 0 || library->readWrite(connection, int(left)) == 0) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool Bus::openOrTell()
@@ -384,7 +408,14 @@ bool Bus::openToDaemon()
 
 bool Bus::hasOwner(const char *name)
 {
-    return library->nameHasOwner(connection, name, nullptr) != 0;
+    const BusAnswer answer = callBus("NameHasOwner", {{"s", QLatin1String(name)}});
+    return answer.value && answer.value->value.toBool();
+}
+
+BusAnswer Bus::callBus(const char *method, std::vector<BusValue> arguments)
+{
+    return call({"org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", method,
+                 std::move(arguments)});
 }
 
 std::unique_ptr<BusMessage> Bus::waitFor(DBusMessage *call, BusAnswer &answer)
@@ -418,9 +449,7 @@ BusAnswer Bus::call(const BusCall &call)
 
 BusAnswer Bus::addMatch(const QByteArray &rule)
 {
-    Error error(*library);
-    library->addMatch(connection, rule.constData(), error.get());
-    return error.isSet() ? error.answer() : BusAnswer();
+    return callBus("AddMatch", {{"s", QString::fromLatin1(rule)}});
 }
 
 BusAnswer Bus::listen()
@@ -435,8 +464,7 @@ BusAnswer Bus::listen()
  */
 bool Bus::announce(const QByteArray &path, int eventId, const std::vector<BusValue> &values)
 {
-    const QByteArray own = library->uniqueName(connection);
-    if (!addMatch("type='signal',sender='" + own + '\'').isDone()) {
+    if (!addMatch("type='signal',sender='" + ownName + '\'').isDone()) {
         return false;
     }
     DBusMessage *const signal
@@ -450,7 +478,7 @@ bool Bus::announce(const QByteArray &path, int eventId, const std::vector<BusVal
     while (const auto come = take()) {
         isPassedOn = isPassedOn
             || (come->isSignal(BusName::statusInterface, BusName::statusChange)
-                && own == come->sender());
+                && ownName == come->sender());
     }
     return isPassedOn;
 }

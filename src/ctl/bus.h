@@ -33,7 +33,7 @@ struct BusAnswer {
 
 /*!
  * Tells why a call has failed, behind what it was for. Where the bus refuses it the members
- * of \a group may do it.
+ * of \a group may do it, which is null where there is none.
  */
 void tellFailure(const BusAnswer &failed, const QString &what, const char *group);
 
@@ -63,11 +63,10 @@ public:
     //! The first value; none where there is none.
     [[nodiscard]] std::optional<BusValue> first() const;
     /*!
-     * Of a signal with a number and a variant: the number, and of the array in the variant
-     * the values, as the daemon takes them (docs/dbus.md), at most so many. \a count is set
-     * to how many there are, however many are made.
+     * Of a signal with the signature "iv": the number, and of the array in the variant the
+     * values, as the daemon takes them (docs/dbus.md), but no more than so many.
      */
-    [[nodiscard]] int statusValues(std::vector<BusValue> &values, size_t most, size_t &count) const;
+    [[nodiscard]] int statusValues(std::vector<BusValue> &values, size_t most) const;
 
 private:
     const BusLibrary &library;
@@ -113,9 +112,12 @@ public:
     [[nodiscard]] std::unique_ptr<BusMessage> take();
 
 private:
+    [[nodiscard]] bool authenticate();
+    BusAnswer callBus(const char *method, std::vector<BusValue> arguments);
     [[nodiscard]] BusAnswer addMatch(const QByteArray &rule);
     [[nodiscard]] std::unique_ptr<BusMessage> waitFor(DBusMessage *call, BusAnswer &answer);
 
     const BusLibrary *library = nullptr;
     DBusConnection *connection = nullptr;
+    QByteArray ownName;
 };

@@ -7,15 +7,12 @@ BusLibrary::BusLibrary()
     : library(dlopen("libdbus-1.so.3", RTLD_NOW | RTLD_LOCAL))
     , isWhole(library != nullptr)
 {
-    find("dbus_bus_get_private", connectPrivately);
+    find("dbus_connection_open_private", connect);
+    find("dbus_connection_get_is_authenticated", isAuthenticated);
     find("dbus_connection_close", close);
     find("dbus_connection_unref", forget);
-    find("dbus_connection_set_exit_on_disconnect", setExitOnDisconnect);
     find("dbus_connection_set_max_received_size", setMaxReceivedSize);
     find("dbus_connection_get_unix_fd", descriptor);
-    find("dbus_bus_get_unique_name", uniqueName);
-    find("dbus_bus_name_has_owner", nameHasOwner);
-    find("dbus_bus_add_match", addMatch);
     find("dbus_connection_send", send);
     find("dbus_connection_send_with_reply_and_block", sendAndWait);
     find("dbus_connection_read_write", readWrite);

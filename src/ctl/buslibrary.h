@@ -36,15 +36,12 @@ public:
 
     using Bool = quint32;
 
-    DBusConnection *(*connectPrivately)(int bus, DBusError *error) = nullptr;
+    DBusConnection *(*connect)(const char *address, DBusError *error) = nullptr;
+    Bool (*isAuthenticated)(DBusConnection *) = nullptr;
     void (*close)(DBusConnection *) = nullptr;
     void (*forget)(DBusConnection *) = nullptr;
-    void (*setExitOnDisconnect)(DBusConnection *, Bool exits) = nullptr;
     void (*setMaxReceivedSize)(DBusConnection *, long bytes) = nullptr;
     Bool (*descriptor)(DBusConnection *, int *out) = nullptr;
-    const char *(*uniqueName)(DBusConnection *) = nullptr;
-    Bool (*nameHasOwner)(DBusConnection *, const char *name, DBusError *error) = nullptr;
-    void (*addMatch)(DBusConnection *, const char *rule, DBusError *error) = nullptr;
     Bool (*send)(DBusConnection *, DBusMessage *, quint32 *serial) = nullptr;
     DBusMessage *(*sendAndWait)(DBusConnection *, DBusMessage *, int milliseconds, DBusError *error)
         = nullptr;
