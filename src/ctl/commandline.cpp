@@ -163,7 +163,7 @@ Format formatOf(const Typed &typed, Command command)
         return isJson ? Format::Json : Format::Text;
     }
     const std::string &text = typed.text(OptionId::Format);
-    if ((Options::selecting & Options::bit(command)) == 0) {
+    if ((Options::printing & Options::bit(command)) == 0) {
         return OptionValues::oneOf<Format>(name, text,
                                            {{"text", Format::Text}, {"json", Format::Json}});
     }
@@ -210,7 +210,8 @@ OutputChoice outputOf(const Typed &typed, Command command, const Surroundings &s
     output.isOnTerminal = surroundings.isTerminal;
     output.isColoured = isColoured(typed, surroundings);
     output.columns = surroundings.isTerminal ? surroundings.columns : 0;
-    if (!typed.isOn(OptionId::NoPager) && !typed.isOn(OptionId::Follow)) {
+    if (!typed.isOn(OptionId::NoPager) && !typed.isOn(OptionId::Follow)
+        && command != Command::Watch) {
         output.pager = surroundings.pager;
     }
     return output;

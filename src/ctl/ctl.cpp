@@ -12,6 +12,7 @@
 #include "ctl/settingscommand.h"
 #include "ctl/showcommand.h"
 #include "ctl/verifycommand.h"
+#include "ctl/watchcommand.h"
 
 #include <QtGlobal>
 
@@ -33,6 +34,8 @@ ExitStatus runCommand(const Plan &plan, OutputStream &out)
         return runVerify(plan, out);
     case Command::Salvage:
         return runSalvage(plan, out);
+    case Command::Watch:
+        return runWatch(plan);
     case Command::Emit:
         return runEmit(plan, out);
     case Command::Settings:

@@ -45,6 +45,11 @@ constexpr CommandText commandTexts[] = {
      "No byte is lost: what is taken out is kept in the subfolder damaged. A healthy folder "
      "is not written to. It may be stopped at any time and run again. Refused while the "
      "daemon runs."},
+    {Command::Watch, "watch", "prints status changes live, as they are announced",
+     "Prints status changes from the system bus as services announce them, stored or not, until "
+     "Ctrl-C. They have no numbers yet, and the texts of the daemon's datagrams. Marked are "
+     "events that the catalogue does not know, and those of which the values do not fit what it "
+     "declares: they are not read back from the log as they were sent."},
     {Command::Emit, "emit", "announces a status change, checked against the catalogue",
      "Announces a status change on the system bus, as a service would. EVENT is an id or a name "
      "of the catalogue. A value fills the argument that it names, as in \"volts=24.1\", or else "
@@ -110,16 +115,19 @@ struct OptionText {
 
 constexpr unsigned everyCommand = ~0U;
 //! Those that only speak to the bus; they are no commands for a copied folder.
-constexpr unsigned onBus = bit(Command::Emit) | bit(Command::Settings) | bit(Command::Clear);
+constexpr unsigned onBus
+    = bit(Command::Watch) | bit(Command::Emit) | bit(Command::Settings) | bit(Command::Clear);
 //! Those that select records, and print them.
 constexpr unsigned selecting = bit(Command::Show) | bit(Command::Salvage);
+//! Those that print records or what becomes one.
+constexpr unsigned printing = selecting | bit(Command::Watch);
 
 constexpr OptionText optionTexts[] = {
     {"-D,--directory", "DIR",
      "the folder of log files, instead of /srv/public/log; the bus is not asked then",
      everyCommand & ~onBus, OptionId::Folder},
     {"-C,--catalogue", "FILE", "the event catalogue, instead of /var/www/data/systemevent.xml",
-     (everyCommand & ~onBus) | bit(Command::Emit), OptionId::Catalogue},
+     everyCommand & ~bit(Command::Settings) & ~bit(Command::Clear), OptionId::Catalogue},
     {"-n,--lines", "N", "only the last N", selecting, OptionId::Last},
     {"-r,--reverse", nullptr, "the newest first", selecting, OptionId::NewestFirst},
     {"-S,--since", "TIME", "from that time on: 2026-11-21, \"2026-11-21 19:06\", yesterday, 1h",
@@ -127,25 +135,25 @@ constexpr OptionText optionTexts[] = {
     {"-U,--until", "TIME", "up to that time", selecting, OptionId::Until},
     {"--number", "A..B", "of these numbers; also A.., ..B and A", selecting, OptionId::Number,
      true},
-    {"-p,--level", "LEVEL", "that urgent and more, by name or number; or from A..B", selecting,
+    {"-p,--level", "LEVEL", "that urgent and more, by name or number; or from A..B", printing,
      OptionId::Level, true},
-    {"-e,--event", "EVENT", "of that event, by id or name", selecting, OptionId::Event, true},
-    {"-s,--service", "SERVICE", "of that service's events", selecting, OptionId::Service, true},
-    {"--path", "GLOB", "with such a path; * stands for any text", selecting, OptionId::Path, true},
-    {"-g,--grep", "REGEX", "with such a text, as Perl writes expressions", selecting,
-     OptionId::Text, true},
+    {"-e,--event", "EVENT", "of that event, by id or name", printing, OptionId::Event, true},
+    {"-s,--service", "SERVICE", "of that service's events", printing, OptionId::Service, true},
+    {"--path", "GLOB", "with such a path; * stands for any text", printing, OptionId::Path, true},
+    {"-g,--grep", "REGEX", "with such a text, as Perl writes expressions", printing, OptionId::Text,
+     true},
     {"-f,--follow", nullptr, "go on with new records", bit(Command::Show), OptionId::Follow},
     {"-o,--output", "text|json|csv|raw",
      "for people; one JSON object a line, as salvage does unless told otherwise; a table; or "
      "byte by byte",
-     selecting, OptionId::Format},
+     printing, OptionId::Format},
     {"-o,--output", "text|json", "for people, or one JSON object a line",
-     (everyCommand & ~selecting & ~onBus) | bit(Command::Settings), OptionId::Format},
-    {"--time", "local|utc|iso|unix|relative", "how text and csv write times", selecting,
+     (everyCommand & ~printing & ~onBus) | bit(Command::Settings), OptionId::Format},
+    {"--time", "local|utc|iso|unix|relative", "how text and csv write times", printing,
      OptionId::Time},
-    {"-l,--language", "LANGUAGE", "of the texts; the locale's otherwise, or English", selecting,
+    {"-l,--language", "LANGUAGE", "of the texts; the locale's otherwise, or English", printing,
      OptionId::Language},
-    {"--color", "auto|always|never", "levels in colours; auto: on a terminal", selecting,
+    {"--color", "auto|always|never", "levels in colours; auto: on a terminal", printing,
      OptionId::Colour},
     {"--no-pager", nullptr, "do not page on a terminal", selecting, OptionId::NoPager},
     {"-q,--quiet", nullptr, "say nothing where all is well", everyCommand, OptionId::Quiet},

@@ -25,6 +25,7 @@ enum class Command : quint8 {
     Verify,
     Salvage,
     Repair,
+    Watch,
     Emit,
     Settings,
     Clear,

@@ -17,10 +17,19 @@ struct RecordView {
     std::string_view path;           //!< of the emitter
     std::string_view message;        //!< the text; empty of an unknown event
     std::string_view values;         //!< as stored, behind the path
-    std::string_view bytes;          //!< all of the record; empty where there is none yet
+    std::string_view bytes;          //!< all of the record; of a status change as it would be
     Archive::Place place;            //!< of a record
     Archive::State state = Archive::State::Whole;
     Archive::Fault fault = Archive::Fault::None;
+    //! In place of the state of what is not stored: "whole", "unknown" or "unfit"; else empty.
+    std::string_view liveState;
+    std::string_view liveReason; //!< why it is not whole
+
+    [[nodiscard]] bool isStored() const { return liveState.empty(); }
+    [[nodiscard]] std::string_view stateName() const
+    {
+        return isStored() ? std::string_view(Archive::stateName(state).data()) : liveState;
+    }
 };
 
 //! Without kind and message.
