@@ -6,6 +6,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 /*!
  * A table as RFC 4180 has it, with a header. Texts are UTF-8 and as they are, but on a
@@ -15,8 +16,8 @@
 class CsvPrinter : public RecordPrinter
 {
 public:
-    CsvPrinter(const TimeText &timeText, bool isOnTerminal, OutputStream &output)
-        : times(timeText)
+    CsvPrinter(TimeText timeText, bool isOnTerminal, OutputStream &output)
+        : times(std::move(timeText))
         , onTerminal(isOnTerminal)
         , out(output)
     {

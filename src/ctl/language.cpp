@@ -23,7 +23,7 @@ QStringList languagesOf(const SystemeventCatalogue &catalogue)
 
 QString chooseLanguage(const OutputChoice &output, const SystemeventCatalogue *catalogue)
 {
-    const QString english = QStringLiteral("en");
+    QString english = QStringLiteral("en");
     if (!catalogue || (!output.language && output.localeLanguages.isEmpty())) {
         return output.language.value_or(english);
     }

@@ -105,11 +105,11 @@ enum class OptionId : quint8 {
 constexpr size_t optionCount = size_t(OptionId::Version) + 1;
 
 struct OptionText {
-    const char *names; //!< with a comma in between; the long one is the last
-    const char *value; //!< null for a switch
-    const char *text;
-    unsigned commands;
-    OptionId id;
+    const char *names = "";      //!< with a comma in between; the long one is the last
+    const char *value = nullptr; //!< null for a switch
+    const char *text = "";
+    unsigned commands = 0;
+    OptionId id = OptionId::Help;
     bool isRepeatable = false;
 };
 

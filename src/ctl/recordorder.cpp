@@ -3,6 +3,7 @@
 
 #include "archive/numberset.h"
 #include "ctl/messages.h"
+#include "ctl/window.h"
 #include "logformat/bytesource.h"
 #include "logformat/logformat.h"
 
@@ -97,37 +98,6 @@ private:
     std::vector<Stretch> &parts;
     size_t begin;
     quint64 current = 0; //!< the last number
-};
-
-//! What of a file lies in a stretch.
-class Window : public Archive::Visitor
-{
-public:
-    Window(const Stretch &stretch, Archive::Visitor &visitor)
-        : part(stretch)
-        , shown(visitor)
-    {
-    }
-
-    void record(const Place &place, const Record &record) override
-    {
-        if (place.offset >= part.begin && place.offset < part.end) {
-            shown.record(place, record);
-        }
-    }
-    void lost(const Place &place, Archive::Fault reason) override
-    {
-        if (place.offset >= part.begin && place.offset < part.end) {
-            shown.lost(place, reason);
-        }
-    }
-    void endFile(const Archive::FileResult &result) override { error = result.error; }
-
-    int error = 0;
-
-private:
-    const Stretch &part;
-    Archive::Visitor &shown;
 };
 
 } // namespace
@@ -293,7 +263,7 @@ void RecordOrder::visit(const Stretch &stretch, const Archive::FileBytes &bytes,
                         Archive::Visitor &visitor)
 {
     const File &file = found[stretch.file];
-    Window window(stretch, visitor);
+    Window window(stretch.begin, stretch.end, visitor);
     (void)folder.visit(file.listed.index, bytes, file.size, window);
     notice(file.listed.index, window.error);
 }

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace
 {
@@ -36,8 +37,8 @@ QStringList levelNames(const QHash<QString, int> &levels)
 
 } // namespace
 
-Selection::Selection(const SelectionChoice &selected, const SystemeventCatalogue *systemevents)
-    : choice(selected)
+Selection::Selection(SelectionChoice selected, const SystemeventCatalogue *systemevents)
+    : choice(std::move(selected))
     , catalogue(systemevents)
 {
     resolveLevels();
@@ -52,7 +53,7 @@ int Selection::levelNumber(const LevelChoice &level) const
     if (const int *const number = std::get_if<int>(&level)) {
         return *number;
     }
-    const QString &name = std::get<QString>(level);
+    const auto &name = std::get<QString>(level);
     if (!catalogue) {
         return 0; // no record has a level
     }
@@ -83,7 +84,7 @@ void Selection::resolveEvents()
             events.insert(*id);
             continue;
         }
-        const QString &name = std::get<QString>(wanted);
+        const auto &name = std::get<QString>(wanted);
         const size_t before = events.size();
         QStringList names;
         if (!catalogue) {

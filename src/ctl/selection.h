@@ -29,7 +29,7 @@ public:
      * level, an event or a service that the catalogue does not have; without a catalogue
      * nothing is known of names, and what asks for one selects nothing.
      */
-    Selection(const SelectionChoice &choice, const SystemeventCatalogue *systemevents);
+    Selection(SelectionChoice selected, const SystemeventCatalogue *systemevents);
 
     /*!
      * \a message gives the text as something that a std::string_view can be made of; it is

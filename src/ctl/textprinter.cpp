@@ -8,6 +8,7 @@
 #include "rendering/utf8text.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <unistd.h>
 
@@ -49,10 +50,10 @@ void appendPlace(std::string &out, const Archive::Place &place)
 
 } // namespace
 
-TextPrinter::TextPrinter(const Layout &lines, const TimeText &timeText,
+TextPrinter::TextPrinter(const Layout &lines, TimeText timeText,
                          const SystemeventCatalogue *catalogue, OutputStream &output)
     : layout(lines)
-    , times(timeText)
+    , times(std::move(timeText))
     , out(output)
     , pathWidth(layout.isAligned ? usualPath : 0)
 {
@@ -85,6 +86,9 @@ void TextPrinter::put(std::string_view text, size_t width)
 void TextPrinter::putNumber(quint64 number)
 {
     piece = std::to_string(number);
+    if (layout.isAligned) {
+        numberWidth = std::max(numberWidth, piece.size());
+    }
     piece.insert(0, piece.size() < numberWidth ? numberWidth - piece.size() : 0, ' ');
     put(piece);
 }

@@ -25,8 +25,8 @@ public:
     };
 
     //! The catalogue may be null; it is not needed afterwards.
-    TextPrinter(const Layout &lines, const TimeText &timeText,
-                const SystemeventCatalogue *catalogue, OutputStream &output);
+    TextPrinter(const Layout &lines, TimeText timeText, const SystemeventCatalogue *catalogue,
+                OutputStream &output);
 
     void expect(quint64 highestNumber) override;
     void record(const RecordView &record) override;

@@ -1,87 +1,89 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ctl/terminal.h"
 
-#include <QProcess>
-#include <QTest>
+#include "ctl/ctlprocess.h"
 
-#include <cstdlib>
-#include <fcntl.h>
+#include <QFile>
+
+#include <cerrno>
+
 #include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace
 {
 
-//! A pseudo-terminal; what is typed is at its one end.
-class Terminal
-{
-public:
-    Terminal()
-        : master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
-    {
-        char name[64];
-        if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0
-            || ptsname_r(master, name, sizeof name) != 0) {
-            qFatal("there is no pseudo-terminal");
-        }
-        path = QString::fromLocal8Bit(name);
-        // Held open, or what was printed would go with the last process.
-        slave = ::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
-    }
-    ~Terminal()
-    {
-        ::close(slave);
-        ::close(master);
-    }
-    Q_DISABLE_COPY_MOVE(Terminal)
-
-    void type(const QByteArray &text) const
-    {
-        if (::write(master, text.constData(), size_t(text.size())) != text.size()) {
-            qFatal("nothing can be typed");
-        }
-    }
-    //! What has been printed, and the echo of what was typed.
-    [[nodiscard]] QByteArray read() const
-    {
-        QByteArray all;
-        pollfd waiting{master, POLLIN, 0};
-        while (::poll(&waiting, 1, 0) == 1) {
-            char piece[4096];
-            const ssize_t size = ::read(master, piece, sizeof piece);
-            if (size <= 0) {
-                break;
-            }
-            all.append(piece, int(size));
-        }
-        return all.replace("\r\n", "\n");
-    }
-
-    QString path;
-
-private:
-    int master;
-    int slave = -1;
-};
+constexpr int patience = 60000; // milliseconds; only so that a hang ends
 
 } // namespace
 
-CtlRun runCtlOnTerminal(const QStringList &arguments, const QByteArray &typed)
+Terminal::Terminal(const QString &line, int columns)
 {
-    constexpr int patience = 120000; // milliseconds; only so that a hang ends
-    const Terminal terminal;
-    terminal.type(typed);
-    QProcess process;
-    process.setStandardInputFile(terminal.path);
-    process.setStandardErrorFile(terminal.path, QIODevice::Append);
-    process.start(ctlProgram(), arguments);
-    const auto hasEnded = [&process] { return process.state() == QProcess::NotRunning; };
-    if (!process.waitForStarted() || !QTest::qWaitFor(hasEnded, patience)) {
-        qFatal("the tool does not end");
+    const QByteArray command = QFile::encodeName(line);
+    const QByteArray program = QFile::encodeName(ctlProgram());
+    winsize size{};
+    size.ws_row = 24;
+    size.ws_col = static_cast<unsigned short>(columns);
+    process = ::forkpty(&device, nullptr, nullptr, &size);
+    if (process == 0) {
+        (void)::setenv("CTL", program.constData(), 1);
+        (void)::setenv("TERM", "xterm", 1);
+        (void)::setenv("LC_ALL", "C.UTF-8", 1);
+        (void)::unsetenv("NO_COLOR");
+        (void)::setenv("PAGER", "cat", 1);
+        (void)::execl("/bin/sh", "sh", "-c", command.constData(), nullptr);
+        ::_exit(127);
     }
-    CtlRun result;
-    result.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    result.out = process.readAllStandardOutput();
-    result.errors = terminal.read();
-    return result;
+    if (process < 0) {
+        qFatal("there is no terminal");
+    }
+}
+
+Terminal::~Terminal()
+{
+    (void)::close(device); // which hangs up
+    if (exitStatus < 0) {
+        (void)::waitpid(process, nullptr, 0);
+    }
+}
+
+void Terminal::type(const QByteArray &keys) const
+{
+    if (::write(device, keys.constData(), size_t(keys.size())) != keys.size()) {
+        qFatal("cannot type");
+    }
+}
+
+bool Terminal::readMore()
+{
+    pollfd waiting{device, POLLIN, 0};
+    if (::poll(&waiting, 1, patience) <= 0) {
+        qFatal("nothing comes any more behind: %s", shown.constData());
+    }
+    char bytes[4096];
+    const ssize_t count = ::read(device, bytes, sizeof bytes);
+    if (count > 0) {
+        shown.append(bytes, int(count));
+    }
+    return count > 0;
+}
+
+void Terminal::waitFor(const QByteArray &text)
+{
+    while (!shown.contains(text)) {
+        if (!readMore()) {
+            qFatal("%s is not in: %s", text.constData(), shown.constData());
+        }
+    }
+}
+
+QByteArray Terminal::finish()
+{
+    while (readMore()) { }
+    int result = 0;
+    while (::waitpid(process, &result, 0) < 0 && errno == EINTR) { }
+    exitStatus = WIFEXITED(result) ? WEXITSTATUS(result) : 128 + WTERMSIG(result);
+    return shown.replace("\r\n", "\n");
 }

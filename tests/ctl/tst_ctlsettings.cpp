@@ -322,12 +322,14 @@ void CtlSettingsTest::asks()
     QFETCH(QByteArray, typed);
     QFETCH(int, status);
     Device::writeLogFile(6, "x");
-    const CtlRun run = runCtlOnTerminal({"settings"_s, "logtail"_s, "5"_s}, typed);
-    QVERIFY2(run.errors.contains("this deletes the 1 oldest log files, zib6.log and above. Go on? "
-                                 "[y/N]\n"),
-             run.errors.constData());
-    QCOMPARE(run.errors.contains("nothing is changed"), status == 1);
-    QCOMPARE(run.status, status);
+    Terminal terminal("\"$CTL\" settings logtail 5"_s, 120);
+    terminal.type(typed);
+    const QByteArray shown = terminal.finish();
+    QVERIFY2(shown.contains("this deletes the 1 oldest log files, zib6.log and above. Go on? "
+                            "[y/N]\n"),
+             shown.constData());
+    QCOMPARE(shown.contains("nothing is changed"), status == 1);
+    QCOMPARE(terminal.status(), status);
     QCOMPARE(files().contains(6), status == 1);
 }
 
@@ -385,11 +387,19 @@ void CtlSettingsTest::clearsOnlyWhenAgreed()
     QFETCH(QByteArray, typed);
     QFETCH(int, status);
     QVERIFY(device->fillBundle());
-    const CtlRun run = isTerminal ? runCtlOnTerminal({"clear"_s}, typed) : runCtl({"clear"_s});
-    QVERIFY2(run.errors.contains("this deletes all log files of the device"),
-             run.errors.constData());
-    QCOMPARE(run.errors.contains("--yes"), !isTerminal);
-    QCOMPARE(run.status, status);
+    QByteArray shown;
+    if (isTerminal) {
+        Terminal terminal("\"$CTL\" clear"_s, 120);
+        terminal.type(typed);
+        shown = terminal.finish();
+        QCOMPARE(terminal.status(), status);
+    } else {
+        const CtlRun run = runCtl({"clear"_s});
+        shown = run.errors;
+        QCOMPARE(run.status, status);
+    }
+    QVERIFY2(shown.contains("this deletes all log files of the device"), shown.constData());
+    QCOMPARE(shown.contains("--yes"), !isTerminal);
     QCOMPARE(Device::logFile(0).isEmpty(), status == 0);
 }
 
