@@ -121,8 +121,10 @@ ExitStatus watch(Bus &bus, LiveEvents &events, LiveOutput &output)
 {
     events.begin();
     do {
-        bool isThere = bus.read();
-        for (auto message = bus.take(); message; isThere = bus.read(), message = bus.take()) {
+        // Each message goes before the next is asked for: what has come is given out up to a
+        // bound on all that is there.
+        const bool isThere = bus.read();
+        while (const auto message = bus.take()) {
             if (events.isOne(*message) && output.admitsOne()) {
                 events.show(*message);
                 output.writeSome();

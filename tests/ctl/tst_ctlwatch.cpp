@@ -160,7 +160,10 @@ private:
     int ends = 0;
 };
 
-//! Has the bus deal with all that was sent.
+/*!
+ * Has the bus deal with all that was sent. It is asked again and again: where it has kept
+ * 127 MiB of a sender's it leaves what it has read until more comes.
+ */
 bool settle(WireBus &sender)
 {
     WireMessage question;
@@ -169,9 +172,17 @@ bool settle(WireBus &sender)
     question.interface = "org.freedesktop.DBus";
     question.member = "GetId";
     question.destination = "org.freedesktop.DBus";
-    const quint32 serial = sender.nextSerial();
-    return sender.sendBytes(question.toBytes(serial))
-        && sender.waitFor(serial, busPatience).has_value();
+    constexpr int pause = 1000; // milliseconds
+    for (int tries = 0; tries < busPatience / pause; ++tries) {
+        const quint32 serial = sender.nextSerial();
+        if (!sender.sendBytes(question.toBytes(serial))) {
+            return false;
+        }
+        if (sender.waitFor(serial, pause)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 QJsonObject object(const QByteArray &line)
