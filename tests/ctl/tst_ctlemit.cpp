@@ -110,6 +110,8 @@ private Q_SLOTS:
     void cleanupTestCase();
     void readBack_data();
     void readBack();
+    void declaredTypes_data();
+    void declaredTypes();
     void refused_data();
     void refused();
     void exactTypes_data();
@@ -222,6 +224,34 @@ void CtlEmitTest::readBack()
         }
     }
     QFAIL("it is not in the log");
+}
+
+void CtlEmitTest::declaredTypes_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QList<QByteArray>>("sent");
+    const auto row
+        = [](const char *name, const QStringList &arguments, const QList<QByteArray> &sent) {
+              QTest::newRow(name) << arguments << sent;
+          };
+    row("a byte is an int", {"byte"_s, "1"_s}, {"int"});
+    row("an int16 is an int", {"int16"_s, "1"_s}, {"int"});
+    row("an int64 has 64 bits", {"int64"_s, "1"_s}, {"qlonglong"});
+    row("a uint64 is signed", {"uint64"_s, "1"_s}, {"qlonglong"});
+    row("a bytearray is a text", {"bytearray"_s, "1"_s}, {"QString"});
+    row("a variant is one within a variant", {"variant"_s, "1"_s}, {"variant int"});
+    row("an enum is an int where it is last", {"enum"_s, "day"_s}, {"int"});
+    row("an enum is a bool in front", {"enumFirst"_s, "day"_s, "1"_s}, {"bool", "double"});
+}
+
+void CtlEmitTest::declaredTypes()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QList<QByteArray>, sent);
+    listener.ids.clear();
+    QCOMPARE(runCtl(QStringList{"emit"_s} + arguments).status, 0);
+    QTRY_COMPARE_WITH_TIMEOUT(listener.ids.size(), 1, busPatience);
+    QCOMPARE(listener.types, sent);
 }
 
 // NOLINTNEXTLINE(readability-function-size): a table
