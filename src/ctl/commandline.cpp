@@ -41,6 +41,8 @@ public:
     //! Of an option that was given once.
     [[nodiscard]] const std::string &text(OptionId id) const { return all(id).front(); }
 
+    std::vector<std::string> arguments; //!< of the command, behind its name
+
 private:
     std::array<std::vector<std::string>, Options::optionCount> texts;
     std::array<bool, Options::optionCount> flags{};
@@ -72,23 +74,6 @@ void addArguments(CLI::App &app)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
-std::vector<std::string> argumentsOf(const CLI::App &app)
-{
-    const CLI::Option *const option = app.get_option_no_throw(argumentsName);
-    return option != nullptr ? option->results() : std::vector<std::string>();
-}
-
-//! Throws where there are too few or too many.
-void checkArguments(const CommandText &command, size_t count)
-{
-    if (count < command.leastArguments) {
-        throw WrongUsage{std::string(command.arguments) + " is missing"};
-    }
-    if (count > command.mostArguments && command.arguments) {
-        throw WrongUsage{"there is more than " + std::string(command.arguments)};
-    }
-}
-
 //! The long name, as messages have it.
 const char *nameOf(const OptionText &option)
 {
@@ -112,9 +97,14 @@ void forEach(const Typed &typed, OptionId id, Take &&take)
     }
 }
 
+QByteArray bytesOf(const std::string &typed)
+{
+    return {typed.data(), QByteArray::size_type(typed.size())};
+}
+
 QString fileName(const std::string &typed)
 {
-    return QFile::decodeName(QByteArray(typed.data(), QByteArray::size_type(typed.size())));
+    return QFile::decodeName(bytesOf(typed));
 }
 
 SourceChoice sourceOf(const Typed &typed)
@@ -231,7 +221,8 @@ OutputChoice outputOf(const Typed &typed, Command command, const Surroundings &s
     output.isOnTerminal = surroundings.isTerminal;
     output.isColoured = isColoured(typed, surroundings);
     output.columns = surroundings.isTerminal ? surroundings.columns : 0;
-    if (!typed.isOn(OptionId::NoPager) && !typed.isOn(OptionId::Follow)) {
+    if (!typed.isOn(OptionId::NoPager) && !typed.isOn(OptionId::Follow)
+        && command != Command::Watch) {
         output.pager = surroundings.pager;
     }
     return output;
@@ -245,7 +236,33 @@ bool isProgressShown(const Plan &plan, const Surroundings &surroundings)
         && !(isPrinting && surroundings.isTerminal);
 }
 
-Plan planOf(Command command, const Typed &typed, const std::vector<std::string> &arguments)
+EmitChoice emitOf(const Typed &typed)
+{
+    EmitChoice emit;
+    emit.event = QString::fromStdString(typed.arguments.front());
+    std::transform(typed.arguments.begin() + 1, typed.arguments.end(),
+                   std::back_inserter(emit.values), bytesOf);
+    forEach(typed, OptionId::Emitter,
+            [&](const char * /*name*/, const std::string &text) { emit.path = bytesOf(text); });
+    forEach(typed, OptionId::Types,
+            [&](const char * /*name*/, const std::string &text) { emit.types = text; });
+    emit.waits = typed.isOn(OptionId::Wait);
+    return emit;
+}
+
+SettingsChoice settingsOf(const Typed &typed)
+{
+    SettingsChoice settings;
+    if (!typed.arguments.empty()) {
+        settings.name = QString::fromStdString(typed.arguments[0]);
+    }
+    if (typed.arguments.size() > 1) {
+        settings.value = QString::fromStdString(typed.arguments[1]);
+    }
+    return settings;
+}
+
+Plan planOf(Command command, const Typed &typed)
 {
     const Surroundings surroundings = Surroundings::look();
     Plan plan;
@@ -267,7 +284,7 @@ Plan planOf(Command command, const Typed &typed, const std::vector<std::string> 
         }
     }
     if (command == Command::Report) {
-        plan.report.file = fileName(arguments.front());
+        plan.report.file = fileName(typed.arguments.front());
     }
     plan.output.isProgressShown = isProgressShown(plan, surroundings);
     plan.repair.dryRun = typed.isOn(OptionId::DryRun);
@@ -275,6 +292,13 @@ Plan planOf(Command command, const Typed &typed, const std::vector<std::string> 
         constexpr quint64 aDay = 86400;
         plan.repair.timeLimit = uint(OptionValues::number(name, text, 1, aDay));
     });
+    if (command == Command::Emit) {
+        plan.emit = emitOf(typed);
+    }
+    if (command == Command::Settings) {
+        plan.settings = settingsOf(typed);
+    }
+    plan.consent = {typed.isOn(OptionId::Yes), surroundings.canAsk};
     return plan;
 }
 
@@ -338,7 +362,7 @@ std::vector<std::string> withCommand(int argc, const char *const *argv)
     return arguments;
 }
 
-CommandLine meaningOf(const Parser &parser)
+CommandLine meaningOf(Parser &parser)
 {
     if (parser.typed.isOn(OptionId::Version)) {
         return answer("systemeventctl " SEL_VERSION "\n");
@@ -359,10 +383,15 @@ CommandLine meaningOf(const Parser &parser)
             throw WrongUsage{std::string(nameOf(option)) + " can be given once"};
         }
     }
-    const std::vector<std::string> arguments = argumentsOf(app);
-    checkArguments(*command, arguments.size());
+    if (command->arguments) {
+        parser.typed.arguments = app.get_option(argumentsName)->results();
+    }
+    const size_t count = parser.typed.arguments.size();
+    if (count < command->leastArguments || count > command->mostArguments) {
+        throw WrongUsage{std::string(command->name) + " takes " + command->arguments};
+    }
     CommandLine line;
-    line.plan = planOf(command->command, parser.typed, arguments);
+    line.plan = planOf(command->command, parser.typed);
     return line;
 }
 

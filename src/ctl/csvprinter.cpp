@@ -71,7 +71,7 @@ void CsvPrinter::record(const RecordView &record)
         row += ",,,,";
     }
     addText(record.path);
-    endRow(record.message, Archive::stateName(record.state).data());
+    endRow(record.message, record.stateName());
 }
 
 void CsvPrinter::lost(const Archive::Place &place, Archive::Fault reason)

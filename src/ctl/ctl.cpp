@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ctl/ctl.h"
 
+#include "ctl/clearcommand.h"
 #include "ctl/commandline.h"
+#include "ctl/emitcommand.h"
 #include "ctl/interruption.h"
 #include "ctl/messages.h"
 #include "ctl/outputstream.h"
@@ -9,8 +11,10 @@
 #include "ctl/repaircommand.h"
 #include "ctl/reportcommand.h"
 #include "ctl/salvagecommand.h"
+#include "ctl/settingscommand.h"
 #include "ctl/showcommand.h"
 #include "ctl/verifycommand.h"
+#include "ctl/watchcommand.h"
 
 #include <QtGlobal>
 
@@ -34,6 +38,14 @@ ExitStatus runCommand(const Plan &plan, OutputStream &out)
         return runSalvage(plan, out);
     case Command::Report:
         return runReport(plan, out);
+    case Command::Watch:
+        return runWatch(plan);
+    case Command::Emit:
+        return runEmit(plan, out);
+    case Command::Settings:
+        return runSettings(plan, out);
+    case Command::Clear:
+        return runClear(plan);
     case Command::Repair:
         break;
     }

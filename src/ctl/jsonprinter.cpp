@@ -109,9 +109,11 @@ void appendValues(std::string &out, const EventKind &kind, std::string_view byte
 void JsonPrinter::record(const RecordView &record)
 {
     JsonObject object(out.text());
-    object.addLarge("number", record.head.logNr);
+    if (record.isStored()) {
+        object.addLarge("number", record.head.logNr);
+    }
     const size_t withoutTime = out.text().size();
-    out.text() += ",\"time\":\"";
+    object.addKey("time") += '"';
     if (times.append(out.text(), record.head.seconds, record.head.microseconds)) {
         out.text() += '"';
     } else {
@@ -129,10 +131,14 @@ void JsonPrinter::record(const RecordView &record)
     } else {
         object.addHex("bytes", record.values);
     }
-    addPlace(object, record.place);
-    object.add("state", Archive::stateName(record.state));
+    if (record.isStored()) {
+        addPlace(object, record.place);
+    }
+    object.add("state", record.stateName());
     if (record.state == Archive::State::Damaged) {
         object.add("reason", Archive::faultText(record.fault));
+    } else if (!record.liveReason.empty()) {
+        object.add("reason", record.liveReason);
     }
     object.end();
     out.text() += '\n';

@@ -15,6 +15,9 @@ constexpr char exitText[]
 constexpr char selectingExitText[]
     = "Exit status: 0 found, 1 nothing matched, 2 wrong usage, 3 damage found (the output is "
       "complete as far as it can be), 4 something cannot be read or written.";
+constexpr char busExitText[]
+    = "Exit status: 0 done, 1 the user did not want it, 2 wrong usage, 4 the bus or the daemon "
+      "cannot be reached, or the bus refuses.";
 
 constexpr size_t width = 80;
 constexpr size_t textColumn = 30;
@@ -78,7 +81,8 @@ std::string commandHelp(Command command)
     }
     help += '\n';
     const bool isSelecting = isShow || command == Command::Report;
-    appendWrapped(help, isSelecting ? selectingExitText : exitText, 0, 0);
+    const bool isOnBus = (onBus & bit(command)) != 0;
+    appendWrapped(help, isSelecting ? selectingExitText : isOnBus ? busExitText : exitText, 0, 0);
     return help;
 }
 

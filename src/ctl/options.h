@@ -3,6 +3,7 @@
 
 #include "ctl/plan.h"
 
+#include <limits>
 #include <string>
 
 /*!
@@ -50,6 +51,30 @@ constexpr CommandText commandTexts[] = {
      "timeline, counts, a table to search and filter, and all of each record. The file is "
      "there when it is complete, in place of an old one. The daemon may be running.",
      "FILE.html", 1, 1},
+    {Command::Watch, "watch", "prints status changes live, as they are announced",
+     "Prints status changes from the system bus as services announce them, stored or not, until "
+     "Ctrl-C. They have no numbers yet, and the texts of the daemon's datagrams. Marked are "
+     "events that the catalogue does not know, and those of which the values do not fit what it "
+     "declares: they are not read back from the log as they were sent."},
+    {Command::Emit, "emit", "announces a status change, checked against the catalogue",
+     "Announces a status change on the system bus, as a service would. EVENT is an id or a name "
+     "of the catalogue. A value fills the argument that it names, as in \"volts=24.1\", or else "
+     "the next one; of an enum it is the number or the text of an item. It is sent by the type "
+     "that is read back as it was typed: a byte or int16 only as the last argument, an enum "
+     "there or with the items 0 and 1. A variant gets true or false as a bool, whole numbers as "
+     "an int, others as a double, and everything else as a text. What does not fit is refused. "
+     "Write -- in front of a text that begins with a dash.",
+     "EVENT [VALUE...]", 1},
+    {Command::Settings, "settings", "shows or changes the daemon's settings",
+     "Shows what holds now and what the configuration service has stored; with VALUE changes a "
+     "setting. logLocal: events are stored. logNetwork: they are sent as datagrams, to "
+     "logNetworkAddress, in logNetworkLang, which is not kept over a start. logtail: the index "
+     "of the oldest log file. loglevel: from the next start on only events whose level has a "
+     "greater number are logged, below 0 all of them; writing it also sets logtail to the same "
+     "number, which may delete files.",
+     "[NAME [VALUE]]", 0, 2},
+    {Command::Clear, "clear", "deletes the log",
+     "Has the daemon delete its log files and what it has not written yet. Numbers go on."},
 };
 
 enum class OptionId : quint8 {
@@ -76,6 +101,10 @@ enum class OptionId : quint8 {
     Target,
     DryRun,
     TimeLimit,
+    Emitter,
+    Types,
+    Wait,
+    Yes,
     Help,
     Version,
 };
@@ -91,24 +120,28 @@ struct OptionText {
 };
 
 constexpr unsigned everyCommand = ~0U;
-//! Those that print records.
-constexpr unsigned printing = bit(Command::Show) | bit(Command::Salvage);
-//! Those that select records.
-constexpr unsigned selecting = printing | bit(Command::Report);
+//! Those that only speak to the bus; they are no commands for a copied folder.
+constexpr unsigned onBus
+    = bit(Command::Watch) | bit(Command::Emit) | bit(Command::Settings) | bit(Command::Clear);
+//! Those that select stored records.
+constexpr unsigned stored = bit(Command::Show) | bit(Command::Salvage) | bit(Command::Report);
+//! Those that select by what an event says.
+constexpr unsigned selecting = stored | bit(Command::Watch);
+//! Those that print records or what becomes one.
+constexpr unsigned printing = selecting & ~bit(Command::Report);
 
 constexpr OptionText optionTexts[] = {
     {"-D,--directory", "DIR",
-     "the folder of log files, instead of /srv/public/log; the bus is not asked then", everyCommand,
-     OptionId::Folder},
+     "the folder of log files, instead of /srv/public/log; the bus is not asked then",
+     everyCommand & ~onBus, OptionId::Folder},
     {"-C,--catalogue", "FILE", "the event catalogue, instead of /var/www/data/systemevent.xml",
-     everyCommand, OptionId::Catalogue},
-    {"-n,--lines", "N", "only the last N", selecting, OptionId::Last},
-    {"-r,--reverse", nullptr, "the newest first", selecting, OptionId::NewestFirst},
+     everyCommand & ~bit(Command::Settings) & ~bit(Command::Clear), OptionId::Catalogue},
+    {"-n,--lines", "N", "only the last N", stored, OptionId::Last},
+    {"-r,--reverse", nullptr, "the newest first", stored, OptionId::NewestFirst},
     {"-S,--since", "TIME", "from that time on: 2026-11-21, \"2026-11-21 19:06\", yesterday, 1h",
-     selecting, OptionId::Since},
-    {"-U,--until", "TIME", "up to that time", selecting, OptionId::Until},
-    {"--number", "A..B", "of these numbers; also A.., ..B and A", selecting, OptionId::Number,
-     true},
+     stored, OptionId::Since},
+    {"-U,--until", "TIME", "up to that time", stored, OptionId::Until},
+    {"--number", "A..B", "of these numbers; also A.., ..B and A", stored, OptionId::Number, true},
     {"-p,--level", "LEVEL", "that urgent and more, by name or number; or from A..B", selecting,
      OptionId::Level, true},
     {"-e,--event", "EVENT", "of that event, by id or name", selecting, OptionId::Event, true},
@@ -122,7 +155,7 @@ constexpr OptionText optionTexts[] = {
      "byte by byte",
      printing, OptionId::Format},
     {"-o,--output", "text|json", "for people, or one JSON object a line",
-     bit(Command::Verify) | bit(Command::Repair), OptionId::Format},
+     bit(Command::Verify) | bit(Command::Repair) | bit(Command::Settings), OptionId::Format},
     {"--time", "local|utc|iso|unix|relative", "how text and csv write times", printing,
      OptionId::Time},
     {"--time", "local|utc", "which times the page shows at first", bit(Command::Report),
@@ -143,6 +176,19 @@ constexpr OptionText optionTexts[] = {
      OptionId::DryRun},
     {"--time-limit", "SECONDS", "stop after that time; the next run goes on", bit(Command::Repair),
      OptionId::TimeLimit},
+    {"--path", "PATH", "the object that announces it, instead of /systemeventctl",
+     bit(Command::Emit), OptionId::Emitter},
+    {"--type", "TYPES",
+     "send exactly these D-Bus types, such as sid for a text, an int and a double, and check "
+     "nothing; the event may be an id that the catalogue does not know; b, y, n, q, i, u, x, t, "
+     "d, s, o, ay, as, and v in front of another",
+     bit(Command::Emit), OptionId::Types},
+    {"--wait", nullptr,
+     "come back when the record can be read in the log files, within some 30 seconds, and "
+     "print its number",
+     bit(Command::Emit), OptionId::Wait},
+    {"--yes", nullptr, "delete without being asked, as is wanted where there is no terminal",
+     bit(Command::Settings) | bit(Command::Clear), OptionId::Yes},
     {"-h,--help", nullptr, "show this help", everyCommand, OptionId::Help},
     {"-V,--version", nullptr, "show the version", 0, OptionId::Version},
 };

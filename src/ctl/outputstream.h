@@ -18,13 +18,18 @@ struct OutputFailure {
 class OutputStream
 {
 public:
-    explicit OutputStream(int output)
+    static constexpr size_t usualPiece = 65536;
+
+    //! Writes whenever \a piece bytes are waiting.
+    explicit OutputStream(int output, size_t piece = usualPiece)
         : descriptor(output)
+        , pieceSize(piece)
     {
     }
 
     //! Add to it what is to be written, and call wrote() then.
     std::string &text() { return waiting; }
+    [[nodiscard]] const std::string &text() const { return waiting; }
     //! Throws OutputFailure.
     void wrote()
     {
@@ -40,9 +45,8 @@ public:
     void beforeWriting(std::function<void()> function) { notice = std::move(function); }
 
 private:
-    static constexpr size_t pieceSize = 65536;
-
     int descriptor;
+    size_t pieceSize;
     std::string waiting;
     std::function<void()> notice;
 };

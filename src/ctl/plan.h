@@ -4,6 +4,7 @@
 #include "archive/numberset.h"
 #include "ctl/timepoint.h"
 
+#include <QByteArray>
 #include <QList>
 #include <QRegularExpression>
 #include <QString>
@@ -25,12 +26,16 @@ enum class Command : quint8 {
     Salvage,
     Repair,
     Report,
+    Watch,
+    Emit,
+    Settings,
+    Clear,
 };
 
 //! What a process ends with.
 enum class ExitStatus : int {
     Done = 0,
-    NothingMatched = 1,
+    NothingMatched = 1, //!< or the user did not want it
     WrongUsage = 2,
     DamageFound = 3, //!< what is printed is complete as far as it can be
     Failed = 4,      //!< something cannot be read or written, or was refused
@@ -132,6 +137,27 @@ struct ReportChoice {
     QString file; //!< where the page is written
 };
 
+//! What is to be announced; values as they were typed.
+struct EmitChoice {
+    QString event; //!< its id or its name
+    QList<QByteArray> values;
+    QByteArray path = "/systemeventctl";
+    //! D-Bus types, one behind the other, in place of the declared ones.
+    std::optional<std::string> types;
+    bool waits = false; //!< until the record can be read
+};
+
+struct SettingsChoice {
+    std::optional<QString> name;  //!< none: all of them
+    std::optional<QString> value; //!< to be set
+};
+
+//! Whether what cannot be undone is to be done.
+struct ConsentChoice {
+    bool isGiven = false;
+    bool canAsk = false; //!< there is somebody at a terminal
+};
+
 struct Plan {
     Command command = Command::Show;
     SourceChoice source;
@@ -141,4 +167,7 @@ struct Plan {
     SalvageChoice salvage;
     RepairChoice repair;
     ReportChoice report;
+    EmitChoice emit;
+    SettingsChoice settings;
+    ConsentChoice consent;
 };

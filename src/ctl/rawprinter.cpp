@@ -45,13 +45,19 @@ void RawPrinter::separate()
 void RawPrinter::record(const RecordView &record)
 {
     separate();
-    out.write("offset  bytes                    meaning (" + placeOf(record.place)
-              + (record.state == Archive::State::Whole ? ")\n" : ", "));
-    if (record.state != Archive::State::Whole) {
-        const bool isDamaged = record.state == Archive::State::Damaged;
-        out.write(std::string(Archive::stateName(record.state).data()) + (isDamaged ? ": " : "")
-                  + (isDamaged ? Archive::faultText(record.fault).data() : "") + ")\n");
+    std::string line = "offset  bytes                    meaning (";
+    line += record.isStored() ? placeOf(record.place) : "as it would be stored";
+    if (record.state != Archive::State::Whole || !record.liveReason.empty()) {
+        line += ", ";
+        line += record.stateName();
     }
+    if (record.state == Archive::State::Damaged) {
+        line += std::string(": ") + Archive::faultText(record.fault).data();
+    } else if (!record.liveReason.empty()) {
+        line += ": ";
+        Messages::appendPrintable(line, record.liveReason);
+    }
+    out.write(line + ")\n");
     bytes = record.bytes;
     printed = 0;
     printHead(record);

@@ -12,7 +12,7 @@ Source::Source(SourceChoice source, bool isQuiet)
 {
 }
 
-bool Source::open()
+bool Source::openCatalogue()
 {
     events.emplace();
     if (!events->load(choice.catalogue)) {
@@ -28,6 +28,14 @@ bool Source::open()
                                           "known; name one with -C")
                                .arg(choice.catalogue));
         }
+    }
+    return true;
+}
+
+bool Source::open()
+{
+    if (!openCatalogue()) {
+        return false;
     }
     archive.emplace(choice.folder, catalogue());
     if (!archive->open()) {

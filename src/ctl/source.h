@@ -19,6 +19,9 @@ public:
      */
     [[nodiscard]] bool open();
 
+    //! The same for the catalogue alone.
+    [[nodiscard]] bool openCatalogue();
+
     //! Null where there is none.
     [[nodiscard]] const SystemeventCatalogue *catalogue() const
     {

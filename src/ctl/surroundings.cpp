@@ -90,6 +90,7 @@ Surroundings Surroundings::look()
     found.languages = languagesOf(localeName());
     found.isTerminal = ::isatty(STDOUT_FILENO) == 1;
     found.isErrorTerminal = ::isatty(STDERR_FILENO) == 1;
+    found.canAsk = ::isatty(STDIN_FILENO) == 1 && ::isatty(STDERR_FILENO) == 1;
     if (found.isTerminal) {
         const std::string_view terminal = variable("TERM");
         found.takesColours

@@ -19,6 +19,7 @@ struct Surroundings {
     QStringList languages;
     bool isTerminal = false;      //!< standard output
     bool isErrorTerminal = false; //!< standard error
+    bool canAsk = false;          //!< standard input and error are terminals
     bool takesColours = false;    //!< a terminal that does, whose user has nothing against them
     int columns = 80;             //!< of the terminal
     std::string pager;            //!< a line for the shell; empty where there is none

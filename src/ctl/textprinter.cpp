@@ -161,11 +161,16 @@ void TextPrinter::putMessage(const RecordView &record)
 {
     piece.clear();
     Messages::appendPrintable(piece, record.message);
-    if (record.state != Archive::State::Whole) {
+    if (record.state != Archive::State::Whole || !record.liveReason.empty()) {
         piece += piece.empty() && layout.isAligned ? "[" : " [";
-        piece += Archive::stateName(record.state).data();
-        piece += ", ";
-        appendPlace(piece, record.place);
+        piece += record.stateName();
+        if (record.isStored()) {
+            piece += ", ";
+            appendPlace(piece, record.place);
+        } else {
+            piece += ": ";
+            Messages::appendPrintable(piece, record.liveReason);
+        }
         piece += ']';
     }
     if (layout.columns == 0) {

@@ -33,7 +33,8 @@ StoredMessage::StoredMessage(const SystemeventDescription &description,
 }
 
 void StoredMessage::substitute(ValueTexts &values, const StoredValue &value,
-                               const SystemeventArgument &argument) const
+                               const SystemeventArgument &argument,
+                               const SystemeventCatalogue &systemevents)
 {
     switch (ArgumentType::Code(value.type)) {
     case ArgumentType::Byte:
@@ -63,7 +64,7 @@ void StoredMessage::substitute(ValueTexts &values, const StoredValue &value,
         return;
     case ArgumentType::Enum:
         if (value.isWhole()) {
-            values.substitute(catalogue->enumText(argument.enumName, int(value.integer)));
+            values.substitute(systemevents.enumText(argument.enumName, int(value.integer)));
         } else {
             values.substitute(readError);
         }

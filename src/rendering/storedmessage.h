@@ -49,19 +49,21 @@ public:
     {
         values.clear();
         for (const SystemeventArgument &argument : event->arguments) {
-            substitute(values, LogFormat::readValue(source, argument.type), argument);
+            substitute(values, LogFormat::readValue(source, argument.type), argument, *catalogue);
         }
         message.render(values, out, spareWork, &workLeft);
     }
 
-private:
     /*!
-     * Adds what a message shows of a value: the value, a text of its own where it is
-     * damaged, and nothing at all for an argument that takes no placeholder.
+     * Adds what a message shows of a stored value of a declared argument: the value, a text
+     * of its own where it is damaged, and nothing at all for an argument that takes no
+     * placeholder.
      */
-    void substitute(ValueTexts &values, const StoredValue &value,
-                    const SystemeventArgument &argument) const;
+    static void substitute(ValueTexts &values, const StoredValue &value,
+                           const SystemeventArgument &argument,
+                           const SystemeventCatalogue &systemevents);
 
+private:
     const SystemeventDescription *event;
     const SystemeventCatalogue *catalogue;
     EventTemplate message;

@@ -4,6 +4,7 @@
 // the effect is looked at. The bus is the distribution's own with the installed policy,
 // and the daemon runs as its user. Needs root and to run under system-bus-device.
 
+#include "ctl/ctlprocess.h"
 #include "support/device.h"
 #include "support/literals.h"
 #include "support/testbus.h"
@@ -218,6 +219,8 @@ private Q_SLOTS:
     void daemonRunsAsItsUserWithItsSettings();
     void matrix_data();
     void matrix();
+    void toolNamesTheGroup_data();
+    void toolNamesTheGroup();
     void rulesHoldForTheDaemonAlone_data();
     void rulesHoldForTheDaemonAlone();
     void anotherInterfaceDoesNotHelp();
@@ -607,6 +610,55 @@ QList<AccessTest::What> AccessTest::storings()
         {"call the configuration service otherwise", Right::None,
          storing(path, interface, "reset"_s, {})},
     };
+}
+
+//! The tool of each user: what it does, and of what it is refused whom it sends him to.
+void AccessTest::toolNamesTheGroup_data()
+{
+    QTest::addColumn<QByteArray>("user");
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<QByteArray>("refusal");
+    const QByteArray because = ": refused by the bus; root may do it, and members of the group ";
+    const QByteArray admins = because + qgetenv("SEL_ADMIN_GROUP");
+    const QByteArray services = because + qgetenv("SEL_STATUS_GROUP");
+    const auto row = [](const Who &who, Right right, const char *what, const QString &line,
+                        const QByteArray &refusal) {
+        const bool may = who.rights.contains(right);
+        QTest::addRow("%s may%s %s", who.name, may ? "" : " not", what)
+            << who.user << line << (may ? QByteArray() : "systemeventctl: " + refusal + '\n');
+    };
+    for (const Who &who : everybody()) {
+        row(who, Right::Read, "see the settings by the tool", "settings -q"_s, {});
+        row(who, Right::Change, "set by the tool", "settings logtail 9"_s,
+            "logtail is not changed" + admins);
+        row(who, Right::Change, "clear by the tool", "clear --yes"_s,
+            "the log is not cleared" + admins);
+        row(who, Right::Emit, "emit by the tool", "emit message by-the-tool"_s,
+            "nothing is announced" + services);
+    }
+}
+
+void AccessTest::toolNamesTheGroup()
+{
+    QFETCH(const QByteArray, user);
+    QFETCH(const QString, line);
+    QFETCH(const QByteArray, refusal);
+    const bool isDone = refusal.isEmpty();
+    QVERIFY(device->setProperty("logtail"_s, 8));
+    QVERIFY(device->fillBundle());
+    (void)datagrams();
+    const CtlRun run = runShell(
+        "setpriv --reuid %1 --regid %2 --init-groups \"$CTL\" %3"_s.arg(account(user).pw_uid)
+            .arg(account(user).pw_gid)
+            .arg(line));
+    QCOMPARE(run.errors, refusal);
+    QCOMPARE(run.status, isDone ? 0 : 4);
+    device->settle();
+    const auto isThis
+        = [&](const char *command) { return isDone && line.startsWith(QLatin1String(command)); };
+    QCOMPARE(device->property("logtail"_s).toInt(), isThis("settings logtail") ? 9 : 8);
+    QCOMPARE(device->result("getMaxLogNr"_s).toULongLong() == 0, isThis("clear"));
+    QCOMPARE(datagrams().contains("Message by-the-tool"), isThis("emit"));
 }
 
 //! What may be called here may not be called elsewhere because of it.

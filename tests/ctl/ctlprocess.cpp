@@ -7,6 +7,7 @@
 #include <QJsonDocument>
 #include <QProcess>
 #include <QTemporaryFile>
+#include <QTest>
 
 #include <unistd.h>
 
@@ -22,7 +23,9 @@ CtlRun run(const QString &program, const QStringList &arguments)
     environment.insert("CTL"_s, ctlProgram());
     process.setProcessEnvironment(environment);
     process.start(program, arguments);
-    if (!process.waitForFinished(patience)) {
+    // What the tool calls may live in this process.
+    const auto hasEnded = [&process] { return process.state() == QProcess::NotRunning; };
+    if (!process.waitForStarted() || !QTest::qWaitFor(hasEnded, patience)) {
         qFatal("%s does not end: %s", qPrintable(program), qPrintable(process.errorString()));
     }
     CtlRun result;

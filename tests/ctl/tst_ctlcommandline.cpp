@@ -100,6 +100,13 @@ void CtlCommandLineTest::help_data()
         << QStringList{"salvage"_s, "--help"_s} << QByteArray("-O, --output-directory DIR");
     QTest::newRow("report has its own")
         << QStringList{"report"_s, "--help"_s} << QByteArray("report FILE.html [OPTIONS]");
+    QTest::newRow("watch has its own")
+        << QStringList{"watch"_s, "--help"_s} << QByteArray("--grep REGEX");
+    QTest::newRow("emit names its arguments")
+        << QStringList{"emit"_s, "--help"_s} << QByteArray("emit EVENT [VALUE...] [OPTIONS]");
+    QTest::newRow("settings names its arguments")
+        << QStringList{"settings"_s, "--help"_s} << QByteArray("settings [NAME [VALUE]] [OPTIONS]");
+    QTest::newRow("clear has its own") << QStringList{"clear"_s, "--help"_s} << QByteArray("--yes");
     QTest::newRow("repair has its own")
         << QStringList{"repair"_s, "-h"_s} << QByteArray("--dry-run");
 }

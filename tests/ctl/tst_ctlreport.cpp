@@ -26,7 +26,7 @@ using RecordBytes::sized;
 namespace
 {
 
-QByteArray message(quint64 logNr, const QByteArray &text)
+QByteArray storedEvent(quint64 logNr, const QByteArray &text)
 {
     Fields fields;
     fields.logNr = logNr;
@@ -35,11 +35,11 @@ QByteArray message(quint64 logNr, const QByteArray &text)
     return record(fields);
 }
 
-QByteArray messages(quint64 from, quint64 to)
+QByteArray numbered(quint64 from, quint64 to)
 {
     QByteArray bytes;
     for (quint64 i = from; i <= to; ++i) {
-        bytes += message(i, QByteArray::number(i));
+        bytes += storedEvent(i, QByteArray::number(i));
     }
     return bytes;
 }
@@ -95,7 +95,7 @@ private:
         return QDir(out->path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
     }
     //! A log that takes a second: its last record seems to be just being written.
-    void putSlowLog() const { log->put(0, messages(1, 3000) + messages(3001, 3001).chopped(5)); }
+    void putSlowLog() const { log->put(0, numbered(1, 3000) + numbered(3001, 3001).chopped(5)); }
 
     std::unique_ptr<LogFolder> log;
     std::unique_ptr<QTemporaryDir> out;
@@ -109,7 +109,7 @@ void CtlReportTest::init()
 
 void CtlReportTest::made()
 {
-    log->put(0, messages(1, 40));
+    log->put(0, numbered(1, 40));
     const CtlRun run = report(page());
     QCOMPARE(run.status, 0);
     QCOMPARE(run.errors, QByteArray());
@@ -124,7 +124,7 @@ void CtlReportTest::made()
 
 void CtlReportTest::damaged()
 {
-    log->put(0, messages(1, 4) + QByteArray(100, '\0') + messages(5, 9));
+    log->put(0, numbered(1, 4) + QByteArray(100, '\0') + numbered(5, 9));
     QCOMPARE(report(page()).status, 3);
     QVERIFY(isPage(page()));
 }
@@ -139,7 +139,7 @@ void CtlReportTest::nothing()
                         "written\n"));
     QCOMPARE(files(), QStringList());
     // What is there stays.
-    log->put(0, messages(1, 4));
+    log->put(0, numbered(1, 4));
     QCOMPARE(report(page()).status, 0);
     const QByteArray before = contentOf(page());
     log->put(0, {});
@@ -149,7 +149,7 @@ void CtlReportTest::nothing()
 
 void CtlReportTest::replaced()
 {
-    log->put(0, messages(1, 4));
+    log->put(0, numbered(1, 4));
     QVERIFY(QDir(out->path()).mkdir("real"_s));
     const QString real = out->filePath("real/old.html"_s);
     QFile old(real);
@@ -165,7 +165,7 @@ void CtlReportTest::replaced()
 
 void CtlReportTest::modeIsTheUsual()
 {
-    log->put(0, messages(1, 4));
+    log->put(0, numbered(1, 4));
     QCOMPARE(runShell("umask 027; exec \"$CTL\" report -q %1 -D %2 -C %3"_s.arg(
                           page(), log->dir().path(), testCatalogue()))
                  .status,
@@ -198,13 +198,13 @@ void CtlReportTest::refusals()
     QFETCH(int, status);
     QFETCH(QByteArray, reason);
     target.replace("OUT"_s, out->path()).replace("LOG"_s, log->dir().path());
-    log->put(0, messages(1, 4));
+    log->put(0, numbered(1, 4));
     const CtlRun run = report(target);
     QCOMPARE(run.status, status);
     QVERIFY2(run.errors.contains(reason), run.errors.constData());
     QVERIFY(run.errors.contains(target.toUtf8()));
     QCOMPARE(files(), QStringList());
-    QCOMPARE(log->content(0), messages(1, 4));
+    QCOMPARE(log->content(0), numbered(1, 4));
     QCOMPARE(log->dir().entryList(QDir::Files), QStringList{"zib0.log"_s});
     QVERIFY(!QFileInfo("/dev/null"_s).isFile());
 }
@@ -212,7 +212,7 @@ void CtlReportTest::refusals()
 //! A folder that was sent by somebody may have the page in it.
 void CtlReportTest::besideTheLog()
 {
-    log->put(0, messages(1, 4));
+    log->put(0, numbered(1, 4));
     QCOMPARE(report(log->path("page.html"_s)).status, 0);
     QVERIFY(isPage(log->path("page.html"_s)));
     QCOMPARE(report(log->path("page.html"_s)).status, 0);
@@ -222,7 +222,7 @@ void CtlReportTest::wrongUsage()
 {
     QCOMPARE(runCtl({"report"_s}).status, 2);
     QCOMPARE(runCtl({"report"_s, "a.html"_s, "b.html"_s}).status, 2);
-    log->put(0, messages(1, 4));
+    log->put(0, numbered(1, 4));
     for (const QStringList &wrong :
          {QStringList{"--no-such"_s}, QStringList{"-e"_s, "no such event"_s},
           QStringList{"-p"_s, "no such level"_s}, QStringList{"--time"_s, "unix"_s},
@@ -240,7 +240,7 @@ void CtlReportTest::wrongUsage()
 
 void CtlReportTest::unreadable()
 {
-    log->put(0, messages(1, 4));
+    log->put(0, numbered(1, 4));
     QCOMPARE(runCtl({"report"_s, page(), "-D"_s, out->filePath("none"_s)}).status, 4);
     QCOMPARE(runCtl({"report"_s, page(), "-D"_s, log->dir().path(), "-C"_s, "/no/such"_s}).status,
              4);
@@ -267,7 +267,7 @@ void CtlReportTest::interrupted()
 
 void CtlReportTest::fullDisk()
 {
-    log->put(0, messages(1, 4000));
+    log->put(0, numbered(1, 4000));
     // A limit of the size of files is met as a full disk is.
     const CtlRun run
         = runShell("trap '' XFSZ; ulimit -f 8; \"$CTL\" report %1 -D %2 -C %3; echo $?"_s.arg(
@@ -337,7 +337,7 @@ void CtlReportTest::selection()
 {
     QFETCH(QStringList, options);
     QFETCH(int, count);
-    log->put(0, messages(1, 40));
+    log->put(0, numbered(1, 40));
     const CtlRun run = report(page(), options);
     QCOMPARE(run.status, count > 0 ? 0 : 1);
     QVERIFY2(count == 0 || run.out.startsWith(QByteArray::number(count) + " records written"),

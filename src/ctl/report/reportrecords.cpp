@@ -6,7 +6,6 @@
 #include "logformat/bytesource.h"
 #include "logformat/storedvalue.h"
 #include "rendering/storedmessage.h"
-#include "rendering/storedtext.h"
 #include "rendering/utf8text.h"
 
 #include <charconv>
@@ -261,7 +260,8 @@ void ReportRecords::addValues(const Kind &kind, const RecordView &record)
     texts.clear();
     for (const SystemeventArgument &argument : kind.event->arguments) {
         const int shownIndex = texts.count();
-        substituteStored(texts, LogFormat::readValue(behind, argument.type), argument, *catalogue);
+        StoredMessage::substitute(texts, LogFormat::readValue(behind, argument.type), argument,
+                                  *catalogue);
         const StoredValue value = LogFormat::readValue(stored, argument.type);
         piece.value.add(values.indexOf(valueEntry(value, texts, shownIndex)));
     }
