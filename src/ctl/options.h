@@ -64,7 +64,7 @@ constexpr CommandText commandTexts[] = {
      "there or with the items 0 and 1. A variant gets true or false as a bool, whole numbers as "
      "an int, others as a double, and everything else as a text. What does not fit is refused. "
      "Write -- in front of a text that begins with a dash.",
-     "EVENT [VALUE...]", 1},
+     "EVENT [VALUE...]", 1, std::numeric_limits<size_t>::max()},
     {Command::Settings, "settings", "shows or changes the daemon's settings",
      "Shows what holds now and what the configuration service has stored; with VALUE changes a "
      "setting. logLocal: events are stored. logNetwork: they are sent as datagrams, to "

@@ -10,6 +10,7 @@
 #include "support/logfolder.h"
 #include "support/recordbytes.h"
 
+#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
@@ -1067,6 +1068,7 @@ int main(int argc, char **argv)
         std::printf("there is no chromium, so the page is not tested\n");
         return 77;
     }
+    const QCoreApplication application(argc, argv); // a child's end is an event
     CtlReportPageTest test;
     return QTest::qExec(&test, argc, argv);
 }
