@@ -103,6 +103,7 @@ void LiveEvents::show(const BusMessage &message)
         makeRecord(record, args);
     }
     printer->record(record);
+    ++shown;
 }
 
 //! Why a status change is not read back from the log as it was sent; empty where it is.

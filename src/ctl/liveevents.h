@@ -30,6 +30,8 @@ public:
     [[nodiscard]] bool isOne(const BusMessage &message);
     //! Prints a status change, where it is selected. May throw OutputFailure.
     void show(const BusMessage &message);
+    //! How many have been printed.
+    [[nodiscard]] quint64 count() const { return shown; }
 
 private:
     const EventTemplate &textOf(const SystemeventDescription &event);
@@ -47,5 +49,6 @@ private:
     std::unordered_map<uint, EventTemplate> texts; //!< of events of the catalogue
     std::vector<BusValue> values;                  //!< of the status change at hand
     QByteArray bytes;                              //!< of the record that it would be
+    quint64 shown = 0;
     int unheardTold = 0;
 };

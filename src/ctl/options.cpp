@@ -18,6 +18,20 @@ constexpr char selectingExitText[]
 constexpr char busExitText[]
     = "Exit status: 0 done, 1 the user did not want it, 2 wrong usage, 4 the bus or the daemon "
       "cannot be reached, or the bus refuses.";
+constexpr char watchExitText[]
+    = "Exit status: 0 done, 1 the end came before anything was announced that is meant, 2 wrong "
+      "usage, 4 the bus cannot be reached, or has gone.";
+
+const char *exitTextOf(Command command)
+{
+    if (command == Command::Watch) {
+        return watchExitText;
+    }
+    if ((onBus & bit(command)) != 0) {
+        return busExitText;
+    }
+    return command == Command::Show || command == Command::Report ? selectingExitText : exitText;
+}
 
 constexpr size_t width = 80;
 constexpr size_t textColumn = 30;
@@ -80,9 +94,7 @@ std::string commandHelp(Command command)
         }
     }
     help += '\n';
-    const bool isSelecting = isShow || command == Command::Report;
-    const bool isOnBus = (onBus & bit(command)) != 0;
-    appendWrapped(help, isSelecting ? selectingExitText : isOnBus ? busExitText : exitText, 0, 0);
+    appendWrapped(help, exitTextOf(command), 0, 0);
     return help;
 }
 

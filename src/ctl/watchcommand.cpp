@@ -12,6 +12,7 @@
 #include <csignal>
 #include <iterator>
 #include <limits>
+#include <optional>
 #include <utility>
 
 #include <malloc.h>
@@ -108,27 +109,72 @@ private:
     qint64 leftOut = 0;
 };
 
-//! Waits for messages, or for room; false where nobody reads standard output any more.
-bool wait(const Bus &bus, const LiveOutput &output)
+//! When there is no more to come, whatever is announced.
+class End
+{
+public:
+    explicit End(const SelectionChoice &choice)
+        : most(choice.last)
+        , until(choice.until)
+    {
+    }
+
+    [[nodiscard]] bool isReached(quint64 count) const
+    {
+        return (most && count >= *most) || (until && *until < Instant::now());
+    }
+    //! For poll(): milliseconds until it may be there, or -1 for as long as it takes.
+    [[nodiscard]] int patience() const
+    {
+        if (!until) {
+            return -1;
+        }
+        constexpr quint64 longest = 3600; // seconds; then it is looked at again
+        const Instant now = Instant::now();
+        const quint64 seconds = until->seconds > now.seconds ? until->seconds - now.seconds : 0;
+        return int(std::min(seconds, longest) + 1) * 1000;
+    }
+
+private:
+    std::optional<quint64> most;
+    std::optional<Instant> until;
+};
+
+//! Waits for messages, for room, or the end; false where nobody reads standard output any more.
+bool wait(const Bus &bus, const LiveOutput &output, const End &end)
 {
     const short room = output.isWaiting() ? POLLOUT : 0;
     pollfd both[] = {{bus.descriptor(), POLLIN, 0}, {STDOUT_FILENO, room, 0}};
-    (void)::poll(both, std::size(both), -1);
+    (void)::poll(both, std::size(both), end.patience());
     return (both[1].revents & (POLLERR | POLLHUP | POLLNVAL)) == 0;
 }
 
-ExitStatus watch(Bus &bus, LiveEvents &events, LiveOutput &output)
+//! Gives out what has come; false where the end is reached.
+bool showAll(Bus &bus, LiveEvents &events, LiveOutput &output, const End &end)
+{
+    // Each message goes before the next is asked for: what has come is given out up to a
+    // bound on all that is there.
+    while (!end.isReached(events.count())) {
+        const auto message = bus.take();
+        if (!message) {
+            return true;
+        }
+        if (events.isOne(*message) && output.admitsOne()) {
+            events.show(*message);
+            output.writeSome();
+        }
+    }
+    return false;
+}
+
+ExitStatus watch(Bus &bus, LiveEvents &events, LiveOutput &output, const End &end)
 {
     events.begin();
     do {
-        // Each message goes before the next is asked for: what has come is given out up to a
-        // bound on all that is there.
         const bool isThere = bus.read();
-        while (const auto message = bus.take()) {
-            if (events.isOne(*message) && output.admitsOne()) {
-                events.show(*message);
-                output.writeSome();
-            }
+        if (!showAll(bus, events, output, end)) {
+            output.writeAll();
+            return events.count() > 0 ? ExitStatus::Done : ExitStatus::NothingMatched;
         }
         output.writeSome();
         if (!isThere) {
@@ -136,7 +182,7 @@ ExitStatus watch(Bus &bus, LiveEvents &events, LiveOutput &output)
             Messages::tell(QStringLiteral("the bus has gone"));
             return ExitStatus::Failed;
         }
-    } while (wait(bus, output));
+    } while (wait(bus, output, end));
     return ExitStatus::Done;
 }
 
@@ -161,5 +207,5 @@ ExitStatus runWatch(const Plan &plan)
     }
     returnLargeMemory();
     endOnInterrupt();
-    return watch(bus, events, output);
+    return watch(bus, events, output, End(plan.selection));
 }

@@ -14,6 +14,7 @@
 #include <QDBusConnection>
 #include <QDBusObjectPath>
 #include <QDBusVariant>
+#include <QDateTime>
 #include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -113,6 +114,29 @@ public:
         }
         qFatal("it does not listen: %s", process.readAllStandardError().constData());
     }
+    //! Repeats something until the tool has ended.
+    template <typename Action>
+    bool repeatUntilItEnds(Action &&action)
+    {
+        constexpr int pause = 100; // milliseconds
+        const auto hasEnded = [&] { return process.state() == QProcess::NotRunning; };
+        for (int tries = 0; tries < busPatience / pause; ++tries) {
+            action();
+            if (QTest::qWaitFor(hasEnded, pause)) {
+                return true;
+            }
+        }
+        return false;
+    }
+    //! Once it has ended: whole lines that have not been taken.
+    QList<QByteArray> allLines()
+    {
+        output += process.readAllStandardOutput();
+        QList<QByteArray> lines = output.split('\n');
+        lines.removeLast();
+        return lines;
+    }
+    [[nodiscard]] int exitCode() const { return process.exitCode(); }
     //! Drops what comes until it listens.
     void waitUntilReady()
     {
@@ -218,6 +242,8 @@ private Q_SLOTS:
     void textCannotMoveTheCursor();
     void selects_data();
     void selects();
+    void endsByItself_data();
+    void endsByItself();
     void language_data();
     void language();
     void tellsWhatIsNotHeard();
@@ -601,6 +627,35 @@ void CtlWatchTest::selects()
         }
     }
     QCOMPARE(shown, taken);
+}
+
+void CtlWatchTest::endsByItself_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<int>("lines");
+    QTest::addColumn<int>("status");
+    const QString soon = QString::number(QDateTime::currentSecsSinceEpoch() + 2);
+    QTest::newRow("after so many") << QStringList{"-n"_s, "3"_s} << 3 << 0;
+    QTest::newRow("after so many of those selected")
+        << QStringList{"-n"_s, "1"_s, "-e"_s, "1003"_s} << 1 << 0;
+    QTest::newRow("before the first one") << QStringList{"-n"_s, "0"_s} << 0 << 1;
+    QTest::newRow("at a time that has gone") << QStringList{"-U"_s, "1h"_s} << 0 << 1;
+    QTest::newRow("at a time to come, with none of those selected")
+        << QStringList{"-U"_s, QLatin1Char('@') + soon, "-e"_s, "1001"_s} << 0 << 1;
+    QTest::newRow("what comes before the time is not selected")
+        << QStringList{"-S"_s, "2999-01-01"_s, "-U"_s, QLatin1Char('@') + soon} << 0 << 1;
+}
+
+void CtlWatchTest::endsByItself()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(int, lines);
+    QFETCH(int, status);
+    Watching watching(QStringList{"-o"_s, "json"_s} + arguments);
+    const bool isOver = watching.repeatUntilItEnds([] { announce("/a"_s, 1003, QVariantList()); });
+    QVERIFY(isOver);
+    QCOMPARE(watching.allLines().size(), lines);
+    QCOMPARE(watching.exitCode(), status);
 }
 
 void CtlWatchTest::language_data()
