@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ctl/ctl.h"
 
+#include "ctl/cataloguecheckcommand.h"
+#include "ctl/cataloguecommand.h"
 #include "ctl/commandline.h"
 #include "ctl/interruption.h"
 #include "ctl/messages.h"
@@ -28,9 +30,15 @@ ExitStatus runCommand(const Plan &plan, OutputStream &out)
     case Command::Salvage:
         return runSalvage(plan, out);
     case Command::Repair:
+        return runRepair(plan, out);
+    case Command::CatalogueCheck:
+        return runCatalogueCheck(plan, out);
+    case Command::CatalogueList:
+        return runCatalogueList(plan, out);
+    case Command::CatalogueShow:
         break;
     }
-    return runRepair(plan, out);
+    return runCatalogueShow(plan, out);
 }
 
 ExitStatus run(const CommandLine &line, OutputStream &out)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 /*!
  * What a command is to do, worked out of the command line before anything runs. Commands
@@ -12,11 +13,15 @@ enum class Command : quint8 {
     Verify,
     Salvage,
     Repair,
+    CatalogueCheck,
+    CatalogueList,
+    CatalogueShow,
 };
 
 //! What a process ends with.
 enum class ExitStatus : int {
     Done = 0,
+    NothingMatched = 1, //!< or a check has found errors
     WrongUsage = 2,
     DamageFound = 3, //!< what is printed is complete as far as it can be
     Failed = 4,      //!< something cannot be read or written, or was refused
@@ -39,6 +44,7 @@ struct SourceChoice {
 enum class Format : quint8 {
     Text,
     Json, //!< one object a line
+    Csv,  //!< RFC 4180, with a header
 };
 
 struct OutputChoice {
@@ -58,10 +64,19 @@ struct RepairChoice {
     uint timeLimit = 0; //!< in seconds; 0: none
 };
 
+struct CatalogueChoice {
+    QStringList files;              //!< to be checked
+    bool warningsAreErrors = false; //!< for the exit status of a check
+    QString event;                  //!< to be shown, by its id or name
+    QStringList languages;          //!< of a text, the preferred one first
+    bool isLanguageNamed = false;   //!< by the user: the others are not wanted
+};
+
 struct Plan {
     Command command = Command::Verify;
     SourceChoice source;
     OutputChoice output;
     SalvageChoice salvage;
     RepairChoice repair;
+    CatalogueChoice catalogue;
 };
