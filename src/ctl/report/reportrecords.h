@@ -36,7 +36,7 @@ public:
     void flush();
 
     //! How many have been added.
-    [[nodiscard]] quint64 count() const { return flushed + rows; }
+    [[nodiscard]] quint64 count() const { return flushed + quint64(rows); }
     //! Appends what there is to know of the events met, as a JSON array.
     void appendEvents(std::string &out) const;
 
