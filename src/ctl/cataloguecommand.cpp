@@ -46,6 +46,7 @@ class Catalogue
 public:
     explicit Catalogue(const Plan &plan)
         : isOne(plan.output.language.has_value())
+        , onTerminal(plan.output.isOnTerminal)
     {
         const QString &file = plan.source.catalogue;
         isRead = catalogue.load(file);
@@ -59,6 +60,7 @@ public:
     }
 
     [[nodiscard]] bool isLoaded() const { return isRead; }
+    [[nodiscard]] bool isOnTerminal() const { return onTerminal; }
     [[nodiscard]] const SystemeventCatalogue &tables() const { return catalogue; }
 
     //! The text that is shown where one is; null where there is none.
@@ -92,6 +94,7 @@ private:
     SystemeventCatalogue catalogue;
     QString language; //!< of a text, where the event has it
     bool isOne;       //!< the user has named it
+    bool onTerminal;
     bool isRead = false;
 };
 
@@ -265,22 +268,23 @@ void printHeader(OutputStream &out)
 }
 
 //! A row for each text; one without a text where there is none.
-void printRows(const Event &event, const Texts &texts, const SystemeventCatalogue &tables,
+void printRows(const Event &event, const Texts &texts, const Catalogue &catalogue,
                OutputStream &out)
 {
+    const auto addText = [&](std::string &row, const QString &text) {
+        row += ',';
+        CsvText::appendCell(row, utf8(text), catalogue.isOnTerminal());
+    };
     for (const auto &[language, text] : texts) {
         std::string &row = out.text();
-        row += std::to_string(event.id) + ',';
+        row += std::to_string(event.id);
         for (const QString &cell : {event.name, event.service, event.logLevelName}) {
-            CsvText::appendCell(row, utf8(cell));
-            row += ',';
+            addText(row, cell);
         }
-        row += std::to_string(event.logLevel) + ',';
-        CsvText::appendCell(row, utf8(DeclaredEvents::argumentsText(event, &tables)));
-        row += ',';
-        CsvText::appendCell(row, utf8(language));
-        row += ',';
-        CsvText::appendCell(row, utf8(text));
+        row += ',' + std::to_string(event.logLevel);
+        addText(row, DeclaredEvents::argumentsText(event, &catalogue.tables()));
+        addText(row, language);
+        addText(row, text);
         out.write(CsvText::endOfRow);
     }
 }
@@ -367,7 +371,7 @@ ExitStatus runCatalogueList(const Plan &plan, OutputStream &out)
     case Format::Csv:
         printHeader(out);
         for (const Event *const event : events) {
-            printRows(*event, {catalogue.text(*event)}, catalogue.tables(), out);
+            printRows(*event, {catalogue.text(*event)}, catalogue, out);
         }
         break;
     case Format::Raw:
@@ -403,7 +407,7 @@ ExitStatus runCatalogueShow(const Plan &plan, OutputStream &out)
         printHeader(out);
         for (const Event *const event : found) {
             const Texts texts = catalogue.textsToShow(*event);
-            printRows(*event, texts.empty() ? Texts(1) : texts, catalogue.tables(), out);
+            printRows(*event, texts.empty() ? Texts(1) : texts, catalogue, out);
         }
         break;
     case Format::Raw:

@@ -3,7 +3,6 @@
 
 #include "ctl/csvtext.h"
 #include "ctl/eventkinds.h"
-#include "ctl/messages.h"
 #include "logformat/logformat.h"
 #include "rendering/utf8text.h"
 
@@ -18,16 +17,7 @@ void CsvPrinter::addText(std::string_view utf8)
 {
     std::string &row = out.text();
     row += ',';
-    if (!Utf8Text::isAscii(utf8) || onTerminal) {
-        piece.clear();
-        if (onTerminal) {
-            Messages::appendPrintable(piece, utf8);
-        } else {
-            Utf8Text::append(piece, Utf8Text::toString(utf8)); // valid UTF-8
-        }
-        utf8 = piece;
-    }
-    CsvText::appendCell(row, utf8);
+    CsvText::appendCell(row, utf8, onTerminal);
 }
 
 void CsvPrinter::endRow(std::string_view message, std::string_view state)

@@ -10,7 +10,10 @@ namespace CsvText
 
 constexpr char endOfRow[] = "\r\n";
 
-//! Appends the content of a cell, in quotes where it needs them.
-void appendCell(std::string &out, std::string_view utf8);
+/*!
+ * Appends the content of a cell, in quotes where it needs them. It becomes valid UTF-8, and on
+ * a terminal, whose cursor it cannot move, it has no control characters.
+ */
+void appendCell(std::string &out, std::string_view utf8, bool isOnTerminal);
 
 } // namespace CsvText

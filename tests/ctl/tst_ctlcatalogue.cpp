@@ -8,6 +8,7 @@
 #include "ctl/cataloguecheck.h"
 #include "ctl/ctlprocess.h"
 #include "ctl/documentcompare.h"
+#include "ctl/terminal.h"
 #include "rendering/eventtemplate.h"
 #include "support/literals.h"
 
@@ -74,9 +75,14 @@ private Q_SLOTS:
     void show();
     void output_data();
     void output();
+    void rawOutput_data();
+    void rawOutput();
     void language_data();
     void language();
+    void exampleOfEachType();
+    void unknownLanguage();
     void controlCharacters();
+    void tablesMoveNoCursor();
 
 private:
     static void addColumns();
@@ -1231,6 +1237,39 @@ void CtlCatalogueTest::output()
     QCOMPARE(run.status, 0);
 }
 
+void CtlCatalogueTest::rawOutput_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("out");
+
+    const QByteArray head = "offset  bytes                    meaning (as it would be stored, "
+                            "example: all values are "
+                            "zero)\n"
+                            "     0  00 00 00 00 00 00 00 00  log number 0\n"
+                            "     8  00 00 00 00 00 00 00 00  seconds 0: 1970-01-01T00:00:00Z\n"
+                            "    16  00 00 00 00              microseconds 0\n"
+                            "    20  00 00 00 00              padding\n";
+    const QByteArray path = "    28  01 00                    path, string: 1 bytes of UTF-8\n"
+                            "    30  2f                       \"/\"\n";
+    const QByteArray one = head + "    24  01 00 00 00              event id 1: one\n" + path
+        + "    31  00                       m, enum Mode: 0, day\n"
+          "    32  00 00 00 00 00 00 00 00  v, double: 0\n"
+          "    40  0a                       end mark\n"
+          "    41  29 00                    trailer: 41 bytes stand before it\n";
+    QTest::newRow("show the bytes of a record of it")
+        << QStringList{"show"_s, "1"_s, "-o"_s, "raw"_s} << one;
+    QTest::newRow("list them of all, with an empty line in between")
+        << QStringList{"list"_s, "-o"_s, "raw"_s}
+        << one + "\n" + head + "    24  02 00 00 00              event id 2: \n" + path
+            + "    31  0a                       end mark\n"
+              "    32  20 00                    trailer: 32 bytes stand before it\n";
+}
+
+void CtlCatalogueTest::rawOutput()
+{
+    output();
+}
+
 void CtlCatalogueTest::language_data()
 {
     QTest::addColumn<QString>("environment");
@@ -1272,6 +1311,46 @@ void CtlCatalogueTest::language()
     QCOMPARE(show.out.contains("brasil") && show.out.contains("deutsch"), arguments.isEmpty());
 }
 
+void CtlCatalogueTest::exampleOfEachType()
+{
+    const QString file = put(R"(<x><event id="1" name="a">
+        <argument type="byte" name="a"/><argument type="bool" name="b"/>
+        <argument type="int16" name="c"/><argument type="int32" name="d"/>
+        <argument type="int64" name="e"/><argument type="uint64" name="f"/>
+        <argument type="float" name="g"/><argument type="double" name="h"/>
+        <argument type="string" name="i"/><argument type="bytearray" name="j"/>
+        <argument type="variant" name="k"/><argument type="none" name="l"/>
+        <argument type="bool" name="m"/></event></x>)");
+    const CtlRun run = runCtl({"catalogue"_s, "show"_s, "a"_s, "-o"_s, "raw"_s, "-C"_s, file});
+    QCOMPARE(run.status, 0);
+    const QByteArray values = run.out.mid(run.out.indexOf("    31  "));
+    QCOMPARE(values, QByteArray(R"(    31  00                       a, byte: 0
+    32  00                       b, bool: false
+    33  00 00                    c, int16: 0
+    35  00 00 00 00              d, int32: 0
+    39  00 00 00 00 00 00 00 00  e, int64: 0
+    47  00 00 00 00 00 00 00 00  f, uint64: 0
+    55  00 00 00 00              g, float: 0
+    59  00 00 00 00 00 00 00 00  h, double: 0
+    67  00 00                    i, string: 0 bytes of UTF-8
+    69  00 00                    j, bytearray: 0 bytes of UTF-8
+    71  00 00                    k, variant: type code 0, byte
+    73  00                       k, byte: 0
+    74  00                       m, bool: false
+    75  0a                       end mark
+    76  4c 00                    trailer: 76 bytes stand before it
+)"));
+}
+
+void CtlCatalogueTest::unknownLanguage()
+{
+    const QStringList list{"catalogue"_s, "list"_s, "-C"_s, demoCatalogue(), "-l"_s, "fr"_s};
+    QCOMPARE(runCtl(list).errors,
+             QByteArray("systemeventctl: the catalogue has no texts in \"fr\", so they are in "
+                        "English; it has: de, en\n"));
+    QCOMPARE(runCtl(list + QStringList{"-q"_s}).errors, QByteArray());
+}
+
 void CtlCatalogueTest::controlCharacters()
 {
     const QString file = put(
@@ -1285,6 +1364,16 @@ void CtlCatalogueTest::controlCharacters()
         QVERIFY(!run.out.contains('\t'));
         QVERIFY(!run.out.contains("\xE2\x80\xAE"));
         QVERIFY(run.out.contains("a\\x9bb"));
+    }
+}
+
+void CtlCatalogueTest::tablesMoveNoCursor()
+{
+    const QString file = put(R"(<x><event id="1" name="a&#x9B;2J&#10;b"/></x>)");
+    for (const auto &command : {"list"_s, "show 1"_s}) {
+        Terminal terminal("\"$CTL\" catalogue "_s + command + " -o csv -C "_s + file, 80);
+        const QByteArray out = terminal.finish();
+        QVERIFY2(out.contains("\n1,a\\x9b2J\\x0ab,,,7,,,"), out.constData());
     }
 }
 
