@@ -2,11 +2,14 @@
 
 // The input is an event catalogue. It is loaded, its tables are checked against one
 // another, and its texts are rendered: of live values, and of stored ones through the
-// reader; each also the plain way. Values come from the catalogue itself, so that the
+// reader; each also the plain way. What the tool reads of it to check it is the same, and
+// the check itself ends. Values come from the catalogue itself, so that the
 // fuzzer has them in its hand.
 
 #include "catalog/systemeventcatalogue.h"
 #include "checks.h"
+#include "ctl/cataloguecheck.h"
+#include "ctl/documentcompare.h"
 #include "logformat/encoding.h"
 #include "reader/literaltext.h"
 #include "reader/rewrittenfolder.h"
@@ -157,6 +160,26 @@ void checkStoredTexts(const SystemeventCatalogue &catalogue,
     }
 }
 
+//! Where the check has read to the end, or to an error, it has what is loaded.
+void checkDocument(const uint8_t *data, size_t size, const SystemeventCatalogue &catalogue)
+{
+    const CatalogueDocument document = CatalogueDocument::read(
+        QByteArray(reinterpret_cast<const char *>(data), QByteArray::size_type(size)));
+    const bool isAll
+        = !document.stop || document.stop->reason != CatalogueDocument::Stop::Reason::Limit;
+    if (isAll) {
+        requireEqual(QString(), DocumentCompare::difference(document, catalogue),
+                     "what is checked is what is loaded");
+    }
+    const CatalogueFindings findings = checkCatalogue(document);
+    require(findings.errors() > 0 || !document.stop, "an error that ends the reading is told");
+    const std::vector<CatalogueFinding> first = findings.first();
+    require(first.size() <= 2 * CatalogueFindings::most + 1, "there are never very many findings");
+    for (const CatalogueFinding &finding : first) {
+        require(finding.place.line >= 1 && finding.place.column >= 1, "a finding has a place");
+    }
+}
+
 } // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -169,6 +192,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     SystemeventCatalogue catalogue;
     require(catalogue.load(file.name()), "a file that is there is loaded");
     checkTables(catalogue);
+    checkDocument(data, size, catalogue);
 
     const QList<SystemeventDescription> events = firstEvents(catalogue);
     for (const SystemeventDescription &event : events) {

@@ -9,23 +9,6 @@
 namespace
 {
 
-/*!
- * Kept: anything but decimal digits makes the whole id 0, and large numbers
- * wrap at 32 bits. Catalogues in the field were written against this.
- */
-uint eventIdFromText(const QString &text)
-{
-    uint id = 0;
-    for (const QChar character : text) {
-        const int digit = character.digitValue();
-        if (digit < 0) {
-            return 0;
-        }
-        id = id * 10 + uint(digit);
-    }
-    return id;
-}
-
 constexpr QLatin1String levelsEnum("LogLevel");
 
 /*!
@@ -143,6 +126,19 @@ private:
 };
 
 } // namespace
+
+uint eventIdFromText(const QString &text)
+{
+    uint id = 0;
+    for (const QChar character : text) {
+        const int digit = character.digitValue();
+        if (digit < 0) {
+            return 0;
+        }
+        id = id * 10 + uint(digit);
+    }
+    return id;
+}
 
 bool SystemeventCatalogue::load(const QString &fileName)
 {

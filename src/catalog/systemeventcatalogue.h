@@ -8,6 +8,13 @@
 #include <QString>
 
 /*!
+ * The number that a catalogue's text of an event id is read as. Kept: anything but decimal
+ * digits makes the whole id 0, and large numbers wrap at 32 bits. Catalogues in the field
+ * were written against this.
+ */
+uint eventIdFromText(const QString &text);
+
+/*!
  * The event catalogue: what every event id means. Loaded once from XML, only
  * read afterwards; docs/catalogue.md describes the file for those who write it.
  */

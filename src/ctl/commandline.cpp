@@ -163,7 +163,7 @@ Format formatOf(const Typed &typed, Command command)
         return isJson ? Format::Json : Format::Text;
     }
     const std::string &text = typed.text(OptionId::Format);
-    if ((Options::printing & Options::bit(command)) == 0) {
+    if ((Options::inAllFormats & Options::bit(command)) == 0) {
         return OptionValues::oneOf<Format>(name, text,
                                            {{"text", Format::Text}, {"json", Format::Json}});
     }
@@ -250,6 +250,26 @@ EmitChoice emitOf(const Typed &typed)
     return emit;
 }
 
+CatalogueChoice catalogueOf(Command command, const Typed &typed, const SourceChoice &source)
+{
+    CatalogueChoice catalogue;
+    catalogue.warningsAreErrors = typed.isOn(OptionId::Strict);
+    if (command == Command::CatalogueShow) {
+        catalogue.event = QString::fromStdString(typed.arguments.front());
+        return catalogue;
+    }
+    std::transform(typed.arguments.begin(), typed.arguments.end(),
+                   std::back_inserter(catalogue.files), fileName);
+    if (!catalogue.files.isEmpty() && source.catalogueIsNamed) {
+        throw WrongUsage{std::string(nameOf(OptionId::Catalogue))
+                         + " names the file to be checked, so it cannot go with FILE"};
+    }
+    if (catalogue.files.isEmpty()) {
+        catalogue.files.append(source.catalogue);
+    }
+    return catalogue;
+}
+
 SettingsChoice settingsOf(const Typed &typed)
 {
     SettingsChoice settings;
@@ -295,6 +315,9 @@ Plan planOf(Command command, const Typed &typed)
     if (command == Command::Emit) {
         plan.emit = emitOf(typed);
     }
+    if ((Options::catalogueCommands & Options::bit(command)) != 0) {
+        plan.catalogue = catalogueOf(command, typed, plan.source);
+    }
     if (command == Command::Settings) {
         plan.settings = settingsOf(typed);
     }
@@ -321,15 +344,9 @@ CommandLine complain(const std::string &text, const std::string &helpOf)
 struct Parser {
     Parser()
     {
-        app.set_help_flag();
-        app.require_subcommand(0, 1);
-        for (const OptionText &option : optionTexts) {
-            if (option.id == OptionId::Help || option.id == OptionId::Version) {
-                addOption(app, option, typed);
-            }
-        }
+        makeGroup(app);
         for (const CommandText &command : commandTexts) {
-            CLI::App &sub = *app.add_subcommand(command.name);
+            CLI::App &sub = addCommand(command.name);
             sub.set_help_flag();
             if (command.arguments) {
                 addArguments(sub);
@@ -342,8 +359,59 @@ struct Parser {
         }
     }
 
+    //! What was named, from the first word to the last.
+    [[nodiscard]] std::vector<const CLI::App *> chosen() const
+    {
+        std::vector<const CLI::App *> path;
+        const CLI::App *last = &app;
+        while (!last->get_subcommands().empty()) {
+            last = last->get_subcommands().front();
+            path.push_back(last);
+        }
+        return path;
+    }
+    //! The same as words, each with a blank behind it.
+    [[nodiscard]] std::string words() const
+    {
+        std::string text;
+        for (const CLI::App *const each : chosen()) {
+            text += each->get_name() + ' ';
+        }
+        return text;
+    }
+
     CLI::App app;
     Typed typed;
+
+private:
+    //! Makes it one that has commands.
+    void makeGroup(CLI::App &group)
+    {
+        group.set_help_flag();
+        group.require_subcommand(0, 1);
+        for (const OptionText &option : optionTexts) {
+            if (option.id == OptionId::Help || (option.id == OptionId::Version && &group == &app)) {
+                addOption(group, option, typed);
+            }
+        }
+    }
+
+    //! Adds it, and the group that its name may begin with.
+    CLI::App &addCommand(const std::string &name)
+    {
+        const size_t blank = name.find(' ');
+        if (blank == std::string::npos) {
+            return *app.add_subcommand(name);
+        }
+        const std::string group = name.substr(0, blank);
+        std::vector<CLI::App *> found = app.get_subcommands(
+            [&group](const CLI::App *each) { return each->get_name() == group; });
+        if (found.empty()) {
+            found.push_back(app.add_subcommand(group));
+            makeGroup(*found.front());
+        }
+        return *found.front()->add_subcommand(name.substr(blank + 1));
+    }
 };
 
 /*!
@@ -367,14 +435,16 @@ CommandLine meaningOf(Parser &parser)
     if (parser.typed.isOn(OptionId::Version)) {
         return answer("systemeventctl " SEL_VERSION "\n");
     }
-    const std::vector<CLI::App *> chosen = parser.app.get_subcommands();
-    if (chosen.empty()) {
-        return answer(Options::generalHelp());
+    const std::string words = parser.words();
+    const auto *const command = std::find_if(
+        std::begin(commandTexts), std::end(commandTexts),
+        [&words](const CommandText &each) { return words == each.name + std::string(1, ' '); });
+    if (command == std::end(commandTexts)) {
+        if (parser.typed.isOn(OptionId::Help)) {
+            return answer(Options::generalHelp(words));
+        }
+        throw WrongUsage{"a command is missing"};
     }
-    const CLI::App &app = *chosen.front();
-    const auto *const command
-        = std::find_if(std::begin(commandTexts), std::end(commandTexts),
-                       [&app](const CommandText &each) { return app.get_name() == each.name; });
     if (parser.typed.isOn(OptionId::Help)) {
         return answer(Options::commandHelp(command->command));
     }
@@ -384,7 +454,7 @@ CommandLine meaningOf(Parser &parser)
         }
     }
     if (command->arguments) {
-        parser.typed.arguments = app.get_option(argumentsName)->results();
+        parser.typed.arguments = parser.chosen().back()->get_option(argumentsName)->results();
     }
     const size_t count = parser.typed.arguments.size();
     if (count < command->leastArguments || count > command->mostArguments) {
@@ -411,6 +481,5 @@ CommandLine CommandLine::read(int argc, const char *const *argv)
     } catch (const WrongUsage &wrong) {
         complaint = wrong.reason;
     }
-    const std::vector<CLI::App *> chosen = parser.app.get_subcommands();
-    return complain(complaint, chosen.empty() ? "" : chosen.front()->get_name() + ' ');
+    return complain(complaint, parser.words());
 }

@@ -1,22 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ctl/csvprinter.h"
 
+#include "ctl/csvtext.h"
 #include "ctl/eventkinds.h"
-#include "ctl/messages.h"
 #include "logformat/logformat.h"
 #include "rendering/utf8text.h"
-
-namespace
-{
-
-constexpr char endOfRow[] = "\r\n";
-
-} // namespace
 
 void CsvPrinter::begin()
 {
     out.write("number,time,event,name,service,level,levelNumber,path,message,state");
-    out.write(endOfRow);
+    out.write(CsvText::endOfRow);
 }
 
 //! The next cell, behind a comma.
@@ -24,31 +17,14 @@ void CsvPrinter::addText(std::string_view utf8)
 {
     std::string &row = out.text();
     row += ',';
-    if (!Utf8Text::isAscii(utf8) || onTerminal) {
-        piece.clear();
-        if (onTerminal) {
-            Messages::appendPrintable(piece, utf8);
-        } else {
-            Utf8Text::append(piece, Utf8Text::toString(utf8)); // valid UTF-8
-        }
-        utf8 = piece;
-    }
-    if (utf8.find_first_of("\",\r\n") == std::string_view::npos) {
-        row += utf8;
-        return;
-    }
-    row += '"';
-    for (const char c : utf8) {
-        row.append(c == '"' ? 2 : 1, c);
-    }
-    row += '"';
+    CsvText::appendCell(row, utf8, onTerminal);
 }
 
 void CsvPrinter::endRow(std::string_view message, std::string_view state)
 {
     addText(message);
     addText(state);
-    out.write(endOfRow);
+    out.write(CsvText::endOfRow);
 }
 
 void CsvPrinter::record(const RecordView &record)

@@ -4,7 +4,6 @@
 #include "ctl/recordprinter.h"
 #include "ctl/timetext.h"
 
-#include <string>
 #include <string_view>
 #include <utility>
 
@@ -35,5 +34,4 @@ private:
     TimeText times;
     bool onTerminal;
     OutputStream &out;
-    std::string piece; //!< a cell that has to be worked on
 };

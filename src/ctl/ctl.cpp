@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ctl/ctl.h"
 
+#include "ctl/cataloguecheckcommand.h"
+#include "ctl/cataloguecommand.h"
 #include "ctl/clearcommand.h"
 #include "ctl/commandline.h"
 #include "ctl/emitcommand.h"
@@ -42,6 +44,12 @@ ExitStatus runCommand(const Plan &plan, OutputStream &out)
         return runWatch(plan);
     case Command::Emit:
         return runEmit(plan, out);
+    case Command::CatalogueCheck:
+        return runCatalogueCheck(plan, out);
+    case Command::CatalogueList:
+        return runCatalogueList(plan, out);
+    case Command::CatalogueShow:
+        return runCatalogueShow(plan, out);
     case Command::Settings:
         return runSettings(plan, out);
     case Command::Clear:

@@ -3,14 +3,15 @@
 
 #include "ctl/busname.h"
 #include "ctl/daemoncalls.h"
+#include "ctl/declaredevents.h"
 #include "ctl/emittedrecord.h"
 #include "ctl/emitvalues.h"
 #include "ctl/messages.h"
 #include "ctl/source.h"
 #include "rendering/utf8text.h"
 
-#include <limits>
 #include <optional>
+#include <vector>
 
 namespace
 {
@@ -30,57 +31,31 @@ struct Announcement {
     std::optional<int> level; //!< where the catalogue was asked
 };
 
-//! An event id as a catalogue or a signal writes it; nothing where that is none.
-std::optional<qint32> idOf(const QString &typed)
-{
-    constexpr qint64 highest = std::numeric_limits<quint32>::max(); // a catalogue's for -1
-    bool isNumber = false;
-    const qint64 id = typed.toLongLong(&isNumber);
-    return isNumber && id >= std::numeric_limits<qint32>::min() && id <= highest
-        ? std::optional<qint32>(qint32(quint32(id)))
-        : std::nullopt;
-}
-
-const SystemeventDescription &eventNamed(const SystemeventCatalogue &catalogue, const QString &name)
-{
-    const SystemeventDescription *found = nullptr;
-    for (const SystemeventDescription &event : catalogue.events) {
-        if (event.name == name) {
-            if (found) {
-                refuse(QStringLiteral("several events are called \"%1\"; give an id").arg(name));
-            }
-            found = &event;
-        }
-    }
-    if (!found) {
-        refuse(QStringLiteral("the catalogue does not know the event \"%1\"; an id is announced "
-                              "all the same with --type")
-                   .arg(name));
-    }
-    return *found;
-}
-
 const SystemeventDescription &eventOf(const SystemeventCatalogue &catalogue, const QString &typed)
 {
-    if (const std::optional<qint32> id = idOf(typed)) {
-        const auto known = catalogue.events.constFind(uint(*id));
-        if (known != catalogue.events.constEnd()) {
-            return *known;
-        }
+    const std::vector<const SystemeventDescription *> found
+        = DeclaredEvents::find(catalogue, typed);
+    if (found.empty()) {
+        refuse(QStringLiteral("the catalogue does not know the event \"%1\"; an id is announced "
+                              "all the same with --type")
+                   .arg(typed));
     }
-    return eventNamed(catalogue, typed);
+    if (found.size() > 1) {
+        refuse(QStringLiteral("several events are called \"%1\"; give an id").arg(typed));
+    }
+    return *found.front();
 }
 
 //! An id alone needs no catalogue.
 Announcement byTypes(const EmitChoice &emit, Source &source)
 {
-    std::optional<qint32> id = idOf(emit.event);
+    std::optional<qint32> id = DeclaredEvents::idOf(emit.event);
     if (!id) {
         if (!source.openCatalogue()) {
             throw Failed{};
         }
         const SystemeventCatalogue none;
-        id = qint32(eventNamed(source.catalogue() ? *source.catalogue() : none, emit.event).id);
+        id = qint32(eventOf(source.catalogue() ? *source.catalogue() : none, emit.event).id);
     }
     const EmitValues::Result made = EmitValues::byTypes(*emit.types, emit.values);
     if (!made.refusal.isEmpty()) {

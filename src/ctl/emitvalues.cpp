@@ -2,6 +2,7 @@
 #include "ctl/emitvalues.h"
 
 #include "archive/valuefit.h"
+#include "ctl/declaredevents.h"
 
 #include <QStringList>
 
@@ -414,14 +415,7 @@ Result byTypes(const std::string &types, const QList<QByteArray> &typed)
 
 QString declaration(const SystemeventDescription &event)
 {
-    QStringList arguments;
-    for (const SystemeventArgument &argument : event.arguments) {
-        const QString kind = argument.type == ArgumentType::Enum
-            ? QStringLiteral(" ") + argument.enumName
-            : QString();
-        arguments.append(typeName(argument.type) + kind + QStringLiteral(" ") + argument.name);
-    }
-    return event.name + QLatin1Char('(') + arguments.join(QStringLiteral(", ")) + QLatin1Char(')');
+    return event.name + QLatin1Char('(') + DeclaredEvents::argumentsText(event) + QLatin1Char(')');
 }
 
 bool isPath(const QByteArray &text)

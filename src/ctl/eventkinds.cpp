@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ctl/eventkinds.h"
 
+#include "ctl/declaredevents.h"
 #include "ctl/jsonobject.h"
 #include "ctl/recordsource.h"
 #include "logformat/logformat.h"
@@ -32,10 +33,7 @@ std::string jsonMembers(const SystemeventDescription &event)
 {
     std::string object;
     JsonObject members(object);
-    members.add("name", event.name)
-        .add("service", event.service)
-        .add("level", event.logLevelName)
-        .addNumber("levelNumber", event.logLevel);
+    DeclaredEvents::addMembers(members, event);
     return object.substr(1); // without the brace
 }
 

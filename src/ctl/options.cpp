@@ -21,20 +21,16 @@ constexpr char busExitText[]
 constexpr char watchExitText[]
     = "Exit status: 0 done, 1 the end came before anything was announced that is meant, 2 wrong "
       "usage, 4 the bus cannot be reached, or has gone.";
-
-const char *exitTextOf(Command command)
-{
-    if (command == Command::Watch) {
-        return watchExitText;
-    }
-    if ((onBus & bit(command)) != 0) {
-        return busExitText;
-    }
-    return command == Command::Show || command == Command::Report ? selectingExitText : exitText;
-}
+constexpr char checkExitText[]
+    = "Exit status: 0 no errors, 1 errors (with --werror also for warnings), 2 wrong usage, 4 a "
+      "file cannot be read.";
+constexpr char tableExitText[]
+    = "Exit status: 0 found, 1 there is no such event, 2 wrong usage, 4 the catalogue cannot be "
+      "read.";
 
 constexpr size_t width = 80;
 constexpr size_t textColumn = 30;
+constexpr size_t summaryColumn = 19; //!< in the list of commands
 
 //! Appends a text in lines that end before the right edge; the first begins at a column.
 void appendWrapped(std::string &out, std::string_view text, size_t column, size_t indent)
@@ -78,6 +74,24 @@ void appendOption(std::string &out, const OptionText &option)
     appendWrapped(out, option.text, textColumn, textColumn);
 }
 
+const char *exitTextOf(Command command)
+{
+    const unsigned it = bit(command);
+    if (command == Command::Show || command == Command::Report) {
+        return selectingExitText;
+    }
+    if (command == Command::Watch) {
+        return watchExitText;
+    }
+    if ((onBus & it) != 0) {
+        return busExitText;
+    }
+    if ((catalogueTables & it) != 0) {
+        return tableExitText;
+    }
+    return command == Command::CatalogueCheck ? checkExitText : exitText;
+}
+
 } // namespace
 
 std::string commandHelp(Command command)
@@ -98,23 +112,28 @@ std::string commandHelp(Command command)
     return help;
 }
 
-std::string generalHelp()
+std::string generalHelp(const std::string &group)
 {
-    std::string help = "Usage: systemeventctl [COMMAND] [OPTIONS]\n\n"
-                       "The event log of a device: its files in people's hands.\n\nCommands:\n";
+    std::string help = "Usage: systemeventctl "
+        + (group.empty() ? std::string("[COMMAND]") : group + "COMMAND")
+        + " [OPTIONS]\n\n"
+          "The event log of a device: its files in people's hands.\n\nCommands:\n";
     for (const CommandText &command : commandTexts) {
+        if (std::string_view(command.name).substr(0, group.size()) != group) {
+            continue;
+        }
         std::string line = std::string("  ") + command.name;
-        line.resize(12, ' ');
+        line.resize(summaryColumn, ' ');
         help += line;
         appendWrapped(help, command.summary, line.size(), line.size());
     }
     help += "\nOptions:\n";
     for (const OptionText &option : optionTexts) {
-        if (option.id == OptionId::Help || option.id == OptionId::Version) {
+        if (option.id == OptionId::Help || (option.id == OptionId::Version && group.empty())) {
             appendOption(help, option);
         }
     }
-    help += "\n\"systemeventctl COMMAND --help\" tells more of a command.\n";
+    help += "\n\"systemeventctl " + group + "COMMAND --help\" tells more of a command.\n";
     return help;
 }
 

@@ -20,7 +20,7 @@ constexpr unsigned bit(Command command)
 
 struct CommandText {
     Command command = Command::Show;
-    const char *name = nullptr;
+    const char *name = nullptr; //!< of one word, or of two where there are several of a kind
     const char *summary = nullptr;
     const char *text = nullptr;      //!< in its own help
     const char *arguments = nullptr; //!< besides options; null for none
@@ -65,6 +65,18 @@ constexpr CommandText commandTexts[] = {
      "an int, others as a double, and everything else as a text. What does not fit is refused. "
      "Write -- in front of a text that begins with a dash.",
      "EVENT [VALUE...]", 1, std::numeric_limits<size_t>::max()},
+    {Command::CatalogueCheck, "catalogue check", "tells what is wrong with a catalogue",
+     "Looks for what the author of an event catalogue has not meant: the daemon takes any file "
+     "and says nothing. An error is what it then shows wrong or not at all, a warning what is "
+     "likely to be meant otherwise. Each is printed with its file, line and column.",
+     "[FILE...]", 0, std::numeric_limits<size_t>::max()},
+    {Command::CatalogueList, "catalogue list", "prints the events of a catalogue",
+     "Prints the events of the catalogue in the order of their ids: id, level, name and text."},
+    {Command::CatalogueShow, "catalogue show", "prints all that it says of an event",
+     "Prints all that the catalogue says of an event, which is given by its id or its name: "
+     "service, level, arguments with their types and items, and the texts in all languages. "
+     "Write -- in front of an id with a sign.",
+     "EVENT", 1, 1},
     {Command::Settings, "settings", "shows or changes the daemon's settings",
      "Shows what holds now and what the configuration service has stored; with VALUE changes a "
      "setting. logLocal: events are stored. logNetwork: they are sent as datagrams, to "
@@ -104,6 +116,7 @@ enum class OptionId : quint8 {
     Emitter,
     Types,
     Wait,
+    Strict,
     Yes,
     Help,
     Version,
@@ -123,17 +136,22 @@ constexpr unsigned everyCommand = ~0U;
 //! Those that only speak to the bus; they are no commands for a copied folder.
 constexpr unsigned onBus
     = bit(Command::Watch) | bit(Command::Emit) | bit(Command::Settings) | bit(Command::Clear);
+//! Those that print what a catalogue holds.
+constexpr unsigned catalogueTables = bit(Command::CatalogueList) | bit(Command::CatalogueShow);
+constexpr unsigned catalogueCommands = catalogueTables | bit(Command::CatalogueCheck);
 //! Those that select stored records.
 constexpr unsigned stored = bit(Command::Show) | bit(Command::Salvage) | bit(Command::Report);
 //! Those that select by what an event says.
 constexpr unsigned selecting = stored | bit(Command::Watch);
 //! Those that print records or what becomes one.
 constexpr unsigned printing = selecting & ~bit(Command::Report);
+//! Those that have all formats.
+constexpr unsigned inAllFormats = printing | catalogueTables;
 
 constexpr OptionText optionTexts[] = {
     {"-D,--directory", "DIR",
      "the folder of log files, instead of /srv/public/log; the bus is not asked then",
-     everyCommand & ~onBus, OptionId::Folder},
+     everyCommand & ~onBus & ~catalogueCommands, OptionId::Folder},
     {"-C,--catalogue", "FILE", "the event catalogue, instead of /var/www/data/systemevent.xml",
      everyCommand & ~bit(Command::Settings) & ~bit(Command::Clear), OptionId::Catalogue},
     {"-n,--lines", "N", "only the last N", stored, OptionId::Last},
@@ -156,14 +174,21 @@ constexpr OptionText optionTexts[] = {
      "for people; one JSON object a line, as salvage does unless told otherwise; a table; or "
      "byte by byte",
      printing, OptionId::Format},
+    {"-o,--output", "text|json|csv|raw",
+     "for people; one JSON object a line; a table; or byte by byte how a record of it is stored",
+     catalogueTables, OptionId::Format},
     {"-o,--output", "text|json", "for people, or one JSON object a line",
-     bit(Command::Verify) | bit(Command::Repair) | bit(Command::Settings), OptionId::Format},
+     bit(Command::Verify) | bit(Command::Repair) | bit(Command::Settings)
+         | bit(Command::CatalogueCheck),
+     OptionId::Format},
     {"--time", "local|utc|iso|unix|relative", "how text and csv write times", printing,
      OptionId::Time},
     {"--time", "local|utc", "which times the page shows at first", bit(Command::Report),
      OptionId::Time},
-    {"-l,--language", "LANGUAGE", "of the texts; the locale's otherwise, or English", selecting,
-     OptionId::Language},
+    {"-l,--language", "LANGUAGE", "of the texts; the locale's otherwise, or English",
+     selecting | bit(Command::CatalogueList), OptionId::Language},
+    {"-l,--language", "LANGUAGE", "only the text in that language, or else in English",
+     bit(Command::CatalogueShow), OptionId::Language},
     {"--color", "auto|always|never", "levels in colours; auto: on a terminal", printing,
      OptionId::Colour},
     {"--no-pager", nullptr, "do not page on a terminal", printing, OptionId::NoPager},
@@ -189,6 +214,8 @@ constexpr OptionText optionTexts[] = {
      "come back when the record can be read in the log files, within some 30 seconds, and "
      "print its number",
      bit(Command::Emit), OptionId::Wait},
+    {"--werror", nullptr, "exit with 1 for warnings, too", bit(Command::CatalogueCheck),
+     OptionId::Strict},
     {"--yes", nullptr, "delete without being asked, as is wanted where there is no terminal",
      bit(Command::Settings) | bit(Command::Clear), OptionId::Yes},
     {"-h,--help", nullptr, "show this help", everyCommand, OptionId::Help},
@@ -197,6 +224,10 @@ constexpr OptionText optionTexts[] = {
 
 //! Help of at most 60 lines with fewer than 80 characters.
 std::string commandHelp(Command command);
-std::string generalHelp();
+/*!
+ * Of all commands, or of those whose names begin with the words of \a group, each with a
+ * blank behind it.
+ */
+std::string generalHelp(const std::string &group = {});
 
 } // namespace Options

@@ -28,6 +28,9 @@ enum class Command : quint8 {
     Report,
     Watch,
     Emit,
+    CatalogueCheck,
+    CatalogueList,
+    CatalogueShow,
     Settings,
     Clear,
 };
@@ -35,7 +38,7 @@ enum class Command : quint8 {
 //! What a process ends with.
 enum class ExitStatus : int {
     Done = 0,
-    NothingMatched = 1, //!< or the user did not want it
+    NothingMatched = 1, //!< or the user did not want it, or a catalogue has errors
     WrongUsage = 2,
     DamageFound = 3, //!< what is printed is complete as far as it can be
     Failed = 4,      //!< something cannot be read or written, or was refused
@@ -147,6 +150,12 @@ struct EmitChoice {
     bool waits = false; //!< until the record can be read
 };
 
+struct CatalogueChoice {
+    QStringList files;              //!< to be checked
+    bool warningsAreErrors = false; //!< for the exit status of a check
+    QString event;                  //!< to be shown, by its id or name
+};
+
 struct SettingsChoice {
     std::optional<QString> name;  //!< none: all of them
     std::optional<QString> value; //!< to be set
@@ -168,6 +177,7 @@ struct Plan {
     RepairChoice repair;
     ReportChoice report;
     EmitChoice emit;
+    CatalogueChoice catalogue;
     SettingsChoice settings;
     ConsentChoice consent;
 };

@@ -89,6 +89,8 @@ void CtlCommandLineTest::help_data()
 
     QTest::newRow("the tool names its commands")
         << QStringList{"--help"_s} << QByteArray("salvage");
+    QTest::newRow("also those of two words")
+        << QStringList{"--help"_s} << QByteArray("  catalogue check  tells");
     QTest::newRow("-h is the same") << QStringList{"-h"_s} << QByteArray("salvage");
     QTest::newRow("show has its own")
         << QStringList{"show"_s, "--help"_s} << QByteArray("--follow");
