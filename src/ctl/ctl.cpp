@@ -3,6 +3,7 @@
 
 #include "ctl/clearcommand.h"
 #include "ctl/commandline.h"
+#include "ctl/completion.h"
 #include "ctl/emitcommand.h"
 #include "ctl/interruption.h"
 #include "ctl/messages.h"
@@ -57,6 +58,8 @@ ExitStatus run(const CommandLine &line, OutputStream &out)
     ExitStatus status = line.status;
     if (line.plan) {
         status = runCommand(*line.plan, out);
+    } else if (line.completed) {
+        out.write(Completion::candidates(*line.completed));
     } else if (!line.complaint.empty()) {
         Messages::tell(QString::fromStdString(line.complaint));
     } else {
