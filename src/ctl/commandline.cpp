@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ctl/commandline.h"
 
+#include "ctl/completion.h"
 #include "ctl/options.h"
 #include "ctl/optionvalues.h"
 #include "ctl/surroundings.h"
@@ -469,6 +470,11 @@ CommandLine meaningOf(Parser &parser)
 
 CommandLine CommandLine::read(int argc, const char *const *argv)
 {
+    if (argc > 1 && argv[1] == std::string_view(Completion::request)) {
+        CommandLine line;
+        line.completed.emplace(argv + 2, argv + argc);
+        return line;
+    }
     Parser parser;
     std::string complaint;
     try {

@@ -5,6 +5,7 @@
 #include "ctl/cataloguecommand.h"
 #include "ctl/clearcommand.h"
 #include "ctl/commandline.h"
+#include "ctl/completion.h"
 #include "ctl/emitcommand.h"
 #include "ctl/interruption.h"
 #include "ctl/messages.h"
@@ -65,6 +66,8 @@ ExitStatus run(const CommandLine &line, OutputStream &out)
     ExitStatus status = line.status;
     if (line.plan) {
         status = runCommand(*line.plan, out);
+    } else if (line.completed) {
+        out.write(Completion::candidates(*line.completed));
     } else if (!line.complaint.empty()) {
         Messages::tell(QString::fromStdString(line.complaint));
     } else {

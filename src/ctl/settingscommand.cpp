@@ -301,12 +301,8 @@ const Setting &settingNamed(const QString &name)
         = std::find_if(std::begin(settings), std::end(settings),
                        [&name](const Setting &each) { return name == QLatin1String(each.name); });
     if (found == std::end(settings)) {
-        QStringList names;
-        for (const Setting &each : settings) {
-            names.append(QLatin1String(each.name));
-        }
         refuse(QStringLiteral("there is no setting \"%1\"; there are %2")
-                   .arg(name, names.join(QStringLiteral(", "))));
+                   .arg(name, settingNames().join(QStringLiteral(", "))));
     }
     return *found;
 }
@@ -322,6 +318,15 @@ QVariant valueOf(const Setting &setting, const QString &typed)
 }
 
 } // namespace
+
+QStringList settingNames()
+{
+    QStringList names;
+    for (const Setting &each : settings) {
+        names.append(QLatin1String(each.name));
+    }
+    return names;
+}
 
 ExitStatus runSettings(const Plan &plan, OutputStream &out)
 {

@@ -8,9 +8,8 @@ set(missing 0)
 set(seen 0)
 file(GLOB_RECURSE files "${TREE}/src/*" "${TREE}/tests/*" "${TREE}/demo/*" "${TREE}/cmake/*"
     "${TREE}/scripts/*" "${TREE}/bench/*" "${TREE}/contrib/*" "${TREE}/dist/*.in"
-    "${TREE}/dist/*CMakeLists.txt" "${TREE}/dist/*.cmake")
-# Its format has no place for one.
-list(REMOVE_ITEM files "${TREE}/dist/debian/changelog.in")
+    "${TREE}/dist/completion/*" "${TREE}/dist/*CMakeLists.txt" "${TREE}/dist/*.cmake")
+list(FILTER files EXCLUDE REGEX "changelog\\.in$") # their format has no place for one
 file(GLOB fuzzers LIST_DIRECTORIES false "${TREE}/fuzz/*") # the corpora are nobody's text
 list(APPEND files ${fuzzers} "${TREE}/CMakeLists.txt" "${TREE}/.ci/run")
 foreach(file IN LISTS files)
