@@ -80,7 +80,7 @@ std::string commandHelp(Command command)
         }
     }
     help += '\n';
-    const bool isSelecting = isShow || command == Command::Report;
+    const bool isSelecting = isShow || command == Command::Stats || command == Command::Report;
     const bool isOnBus = (onBus & bit(command)) != 0;
     appendWrapped(help, isSelecting ? selectingExitText : isOnBus ? busExitText : exitText, 0, 0);
     return help;

@@ -32,6 +32,10 @@ constexpr CommandText commandTexts[] = {
     {Command::Show, "show", "prints stored records; what is done without a command",
      "Prints the records of a folder of log files in the order of their numbers, the oldest "
      "first. The daemon may be running."},
+    {Command::Stats, "stats", "counts records by level, event, service, path and time",
+     "Counts the records of a folder of log files by level, event, service, path and time, and "
+     "tells which numbers are missing or there more than once, where the clock went back and "
+     "what is damaged. Only what is selected is counted. The daemon may be running."},
     {Command::Verify, "verify", "looks for damage; reads only",
      "Looks through a folder of log files and tells of each file what it holds and what of it "
      "is damaged, which numbers are missing or there more than once, and how much of what can "
@@ -124,11 +128,14 @@ constexpr unsigned everyCommand = ~0U;
 constexpr unsigned onBus
     = bit(Command::Watch) | bit(Command::Emit) | bit(Command::Settings) | bit(Command::Clear);
 //! Those that select stored records.
-constexpr unsigned stored = bit(Command::Show) | bit(Command::Salvage) | bit(Command::Report);
+constexpr unsigned stored
+    = bit(Command::Show) | bit(Command::Stats) | bit(Command::Salvage) | bit(Command::Report);
 //! Those that select by what an event says.
 constexpr unsigned selecting = stored | bit(Command::Watch);
 //! Those that print records or what becomes one.
-constexpr unsigned printing = selecting & ~bit(Command::Report);
+constexpr unsigned printing = selecting & ~bit(Command::Report) & ~bit(Command::Stats);
+//! Those that may print much, and on a terminal in colours.
+constexpr unsigned paging = printing | bit(Command::Stats);
 
 constexpr OptionText optionTexts[] = {
     {"-D,--directory", "DIR",
@@ -137,7 +144,10 @@ constexpr OptionText optionTexts[] = {
     {"-C,--catalogue", "FILE", "the event catalogue, instead of /var/www/data/systemevent.xml",
      everyCommand & ~bit(Command::Settings) & ~bit(Command::Clear), OptionId::Catalogue},
     {"-n,--lines", "N", "only the last N", stored, OptionId::Last},
-    {"-r,--reverse", nullptr, "the newest first", stored, OptionId::NewestFirst},
+    {"-r,--reverse", nullptr, "the newest first", stored & ~bit(Command::Stats),
+     OptionId::NewestFirst},
+    {"-r,--reverse", nullptr, "taken as show takes it; the counts are the same",
+     bit(Command::Stats), OptionId::NewestFirst},
     {"-S,--since", "TIME", "from that time on: 2026-11-21, \"2026-11-21 19:06\", yesterday, 1h",
      stored, OptionId::Since},
     {"-U,--until", "TIME", "up to that time", stored, OptionId::Until},
@@ -154,17 +164,21 @@ constexpr OptionText optionTexts[] = {
      "for people; one JSON object a line, as salvage does unless told otherwise; a table; or "
      "byte by byte",
      printing, OptionId::Format},
+    {"-o,--output", "text|json", "tables for people, or one JSON object", bit(Command::Stats),
+     OptionId::Format},
     {"-o,--output", "text|json", "for people, or one JSON object a line",
      bit(Command::Verify) | bit(Command::Repair) | bit(Command::Settings), OptionId::Format},
     {"--time", "local|utc|iso|unix|relative", "how text and csv write times", printing,
      OptionId::Time},
     {"--time", "local|utc", "which times the page shows at first", bit(Command::Report),
      OptionId::Time},
+    {"--time", "local|utc", "whose days and hours are counted by; JSON has UTC",
+     bit(Command::Stats), OptionId::Time},
     {"-l,--language", "LANGUAGE", "of the texts; the locale's otherwise, or English", selecting,
      OptionId::Language},
-    {"--color", "auto|always|never", "levels in colours; auto: on a terminal", printing,
+    {"--color", "auto|always|never", "levels in colours; auto: on a terminal", paging,
      OptionId::Colour},
-    {"--no-pager", nullptr, "do not page on a terminal", printing, OptionId::NoPager},
+    {"--no-pager", nullptr, "do not page on a terminal", paging, OptionId::NoPager},
     {"-q,--quiet", nullptr, "say nothing where all is well", everyCommand, OptionId::Quiet},
     {"--sure", nullptr, "only records that are whole beyond doubt", bit(Command::Salvage),
      OptionId::Sure},
