@@ -134,6 +134,64 @@ std::string listOf(const std::vector<Archive::NumberRange> &ranges, quint64 coun
     return count > mostListed ? text + " and others" : text;
 }
 
+std::string missingText(const Statistics::Missing &missing)
+{
+    if (missing.gaps == 0) {
+        return {};
+    }
+    return counted(missing.numbers, "number") + ": " + listOf(missing.ranges, missing.gaps);
+}
+
+std::string repeatedText(const Statistics::Repeated &repeated)
+{
+    std::string text;
+    if (repeated.numbers > 0) {
+        text = counted(repeated.numbers, "number") + ": "
+            + listOf(repeated.ranges, repeated.ranges.size());
+    }
+    if (!repeated.isComplete) {
+        text += text.empty() ? "" : "; ";
+        text += "not all can be kept in mind";
+    }
+    return text;
+}
+
+std::string clockText(const Statistics::Clock &clock)
+{
+    if (clock.stepsBack == 0) {
+        return {};
+    }
+    std::string text = "went back " + counted(clock.stepsBack, "time");
+    for (size_t i = 0; i < clock.largest.size() && i < mostListed; ++i) {
+        const Statistics::StepBack &step = clock.largest[i];
+        text += i == 0 ? ": by " : ", by ";
+        text += spanText(microsecondsBetween(step.to, step.from)) + " at number "
+            + std::to_string(step.number);
+    }
+    return clock.stepsBack > mostListed ? text + " and others" : text;
+}
+
+std::string damageText(const Statistics::Damage &damage)
+{
+    std::string text;
+    const auto add
+        = [&text](const std::string &what) { text += text.empty() ? what : ", " + what; };
+    if (damage.damaged > 0) {
+        add(counted(damage.damaged, "damaged record"));
+    }
+    if (damage.unreadable > 0) {
+        text += " (" + std::to_string(damage.unreadable) + " in no table, as nobody knows what "
+            + (damage.unreadable == 1 ? "it was)" : "they were)");
+    }
+    if (damage.likely > 0) {
+        add(counted(damage.likely, "record") + " likely whole");
+    }
+    if (damage.places > 0) {
+        add(counted(damage.lostBytes, "byte") + " lost in " + counted(damage.places, "place"));
+    }
+    return text;
+}
+
 std::string twoDigits(qint64 value)
 {
     return (value < 10 ? "0" : "") + std::to_string(value);
@@ -246,10 +304,10 @@ void StatisticsText::fact(const char *name, const std::string &text)
     endLine();
 }
 
-void StatisticsText::loss(const char *name, const std::string &text)
+void StatisticsText::loss(const char *name, const std::string &text, const char *otherwise)
 {
     if (!text.empty() || !choice.isQuiet) {
-        fact(name, text.empty() ? "none" : text);
+        fact(name, text.empty() ? otherwise : text);
     }
 }
 
@@ -277,65 +335,31 @@ void StatisticsText::printFacts(const Statistics &counted, const CountedFiles &f
     }
     const Statistics::Clock &clock = counted.clock();
     if (clock.isKnown) {
-        fact("Time",
+        fact("Period",
              timeOf(clock.earliest) + " to " + timeOf(clock.latest) + ", "
                  + spanText(microsecondsBetween(clock.earliest, clock.latest)));
     }
-    const auto busiest = counted.paths().descending();
-    if (!busiest.empty()) {
+    const auto paths = counted.paths().descending();
+    if (!paths.empty()) {
+        const auto &[path, amount] = *paths.front();
+        // One that there was no room for may have as many as all of those have together.
+        const bool isSure = counted.paths().others().records <= amount.records;
         fact("Busiest",
-             printable(fitted(busiest.front()->first, 2 * width)) + " with "
-                 + share(busiest.front()->second.records, total.records) + " of the records");
+             printable(fitted(path, 2 * width)) + " with " + share(amount.records, total.records)
+                 + " of the records" + (isSure ? "" : ", of the paths in memory"));
     }
 }
 
 void StatisticsText::printLosses(const Statistics &counted)
 {
-    const Statistics::Missing &missing = counted.missing();
-    loss("Missing",
-         missing.gaps == 0 ? ""
-                           : Messages::counted(missing.numbers, "number") + ": "
-                 + listOf(missing.ranges, missing.gaps));
-    const Statistics::Repeated repeated = counted.repeated();
-    std::string text;
-    if (repeated.numbers > 0 || !repeated.isComplete) {
-        text = (repeated.isComplete ? "" : "at least ")
-            + Messages::counted(repeated.numbers, "number") + (repeated.ranges.empty() ? "" : ": ")
-            + listOf(repeated.ranges, repeated.ranges.size());
-    }
-    loss("Repeated", text);
+    loss("Missing", missingText(counted.missing()));
+    loss("Repeated", repeatedText(counted.repeated()));
     const quint64 restarts = counted.numbers().restarts;
     if (restarts > 0) {
-        loss("Restarts", "numbers began again " + Messages::counted(restarts, "time"));
+        fact("Restarts", "numbers began again " + Messages::counted(restarts, "time"));
     }
-    const Statistics::Clock &clock = counted.clock();
-    text.clear();
-    for (size_t i = 0; i < clock.largest.size() && i < mostListed; ++i) {
-        const Statistics::StepBack &step = clock.largest[i];
-        text += i == 0 ? "went back " + Messages::counted(clock.stepsBack, "time") + ": " : ", ";
-        text += "by " + spanText(microsecondsBetween(step.to, step.from)) + " at number "
-            + std::to_string(step.number);
-    }
-    loss("Clock back", clock.stepsBack > mostListed ? text + " and others" : text);
-    const Statistics::Damage &damage = counted.damage();
-    text.clear();
-    const auto add
-        = [&text](const std::string &what) { text += text.empty() ? what : ", " + what; };
-    if (damage.damaged > 0) {
-        add(Messages::counted(damage.damaged, "damaged record"));
-    }
-    if (damage.unreadable > 0) {
-        add(std::to_string(damage.unreadable) + " of them in no table, as nobody knows what "
-            + (damage.unreadable == 1 ? "it was" : "they were"));
-    }
-    if (damage.likely > 0) {
-        add(Messages::counted(damage.likely, "record") + " likely whole");
-    }
-    if (damage.places > 0) {
-        add(Messages::counted(damage.lostBytes, "byte") + " lost in "
-            + Messages::counted(damage.places, "place"));
-    }
-    loss("Damage", text);
+    loss("Clock", clockText(counted.clock()), "never went back");
+    loss("Damage", damageText(counted.damage()));
 }
 
 const char *StatisticsText::colourOf(const SystemeventDescription *event) const

@@ -41,7 +41,7 @@ private:
     void printLosses(const Statistics &counted);
     void fact(const char *name, const std::string &text);
     //! What is only told where there is something, or where all is to be told.
-    void loss(const char *name, const std::string &text);
+    void loss(const char *name, const std::string &text, const char *otherwise = "none");
 
     [[nodiscard]] Table levels(const Statistics &counted) const;
     [[nodiscard]] Table events(const Statistics &counted) const;
