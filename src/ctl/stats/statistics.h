@@ -25,7 +25,7 @@ struct CountedFiles {
 /*!
  * Counts records, which come in the order of the log, and what is wrong between them.
  *
- * Memory: less than 20 MiB, whatever there is to count.
+ * Memory: less than 10 MiB, whatever there is to count.
  */
 class Statistics
 {
@@ -33,6 +33,8 @@ public:
     //! Of lists of what is wrong no more is kept than anybody reads.
     static constexpr size_t mostRanges = 1000;
     static constexpr size_t mostSteps = 10;
+    //! Ranges of numbers between which there are others, to know which are repeated.
+    static constexpr size_t mostSeen = 16384;
 
     //! What is counted of a record.
     struct Facts {
@@ -119,7 +121,7 @@ private:
     Tally<std::string> emitters;
     TimeHistogram histogram;
     Numbers range;
-    Archive::NumberSet seen;
+    Archive::NumberSet seen{mostSeen};
     quint64 lastNumber = 0;
     Missing gaps;
     Clock clockFacts;

@@ -27,14 +27,14 @@ struct Amount {
  * malice make keys without end, and those that come when there is no room left are counted
  * together. What is counted by its key is never too low or too high.
  *
- * Memory: some 7 MiB for texts, 2 MiB for numbers.
+ * Memory: 3 MiB at most for texts, half a MiB for numbers.
  */
 template <typename Key>
 class Tally
 {
 public:
-    static constexpr size_t mostKeys = 16384;
-    static constexpr size_t mostKeyBytes = 4194304; //!< of texts, all together
+    static constexpr size_t mostKeys = 8192;
+    static constexpr size_t mostKeyBytes = 2097152; //!< of texts, all together
 
     using Amounts = std::map<Key, Amount, std::less<>>; // whatever the keys, none is slow to find
     using Entry = typename Amounts::value_type;

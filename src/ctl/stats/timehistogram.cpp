@@ -128,24 +128,34 @@ TimeHistogram::Bars TimeHistogram::bars(size_t rows) const
     Bars made;
     for (const TimeStep &step : steps) {
         made.step = step;
-        made.bars.clear();
-        size_t taken = 0;
-        for (auto cell = cells.begin(); cell != cells.end() && taken <= rows; ++cell) {
-            if (!made.bars.empty() && cell->first < made.bars.back().end) {
-                made.bars.back().amount.add(cell->second);
-                continue;
-            }
-            const qint64 begin = step.floor(cell->first);
-            if (!made.bars.empty()) {
-                const qint64 empty = step.between(made.bars.back().end, begin);
-                taken += empty > mostEmptyRows ? 1 : size_t(empty);
-            }
-            made.bars.push_back({begin, step.next(begin), cell->second});
-            ++taken;
-        }
-        if (taken <= rows) {
+        if (fill(made, rows)) {
             break;
         }
     }
     return made;
+}
+
+//! Whether they are fit to be shown; those of the largest step are, whatever there is.
+bool TimeHistogram::fill(Bars &made, size_t rows) const
+{
+    const TimeStep &step = made.step;
+    std::vector<Bar> &bars = made.bars;
+    size_t empty = 0;
+    size_t breaks = 0;
+    bars.clear();
+    for (const auto &[begin, amount] : cells) {
+        if (!bars.empty() && begin < bars.back().end) {
+            bars.back().amount.add(amount);
+            continue;
+        }
+        const qint64 start = step.floor(begin);
+        const qint64 left = bars.empty() ? 0 : step.between(bars.back().end, start);
+        breaks += left > mostEmptyRows ? 1 : 0;
+        empty += left > mostEmptyRows ? 0 : size_t(left);
+        bars.push_back({start, step.next(start), amount});
+        if (bars.size() + empty + breaks > rows) {
+            return false;
+        }
+    }
+    return empty <= bars.size() && breaks <= mostBreaks;
 }

@@ -29,7 +29,7 @@ struct TimeStep {
  *
  * Times are seconds since 1970, up to the year 9999, as WallClock gives them.
  *
- * Memory: some 1.5 MiB. Where more cells would be needed they become larger, to no effect on
+ * Memory: some 600 KiB. Where more cells would be needed they become larger, to no effect on
  * what bars() says.
  */
 class TimeHistogram
@@ -50,24 +50,27 @@ public:
         std::vector<Bar> bars;
     };
 
+    static constexpr size_t mostRows = 100;
     //! Up to so many empty steps in a row are rows of their own; more are one.
     static constexpr qint64 mostEmptyRows = 2;
-    static constexpr size_t mostRows = 100;
+    //! Rows of the latter kind: a clock that began in 1970, and breaks.
+    static constexpr size_t mostBreaks = 3;
 
     void add(qint64 seconds, const Amount &amount);
 
     /*!
      * In the smallest step with which there are no more than \a rows rows, from 24 to
-     * mostRows, empty ones included.
+     * mostRows, and of these no more than half are empty and mostBreaks are breaks.
      */
     [[nodiscard]] Bars bars(size_t rows) const;
 
 private:
     using Cells = std::map<qint64, Amount>; // by where they begin
 
-    static constexpr size_t mostCells = 16384;
+    static constexpr size_t mostCells = 8192;
 
     void enlarge();
+    [[nodiscard]] bool fill(Bars &made, size_t rows) const;
 
     Cells cells;
     size_t size = 0; //!< of the cells: an index of the steps for them
