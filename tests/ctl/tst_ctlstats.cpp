@@ -205,7 +205,7 @@ void CtlStatsTest::memory_data()
 
     QTest::newRow("100 MB of long paths") << 60000 << 4 << 400 << false;
     QTest::newRow("40 MB of short ones, events, times and gaps") << 20 << 8000 << 80 << false;
-    QTest::newRow("20 MB of which every file is damaged") << 20 << 8000 << 40 << true;
+    QTest::newRow("10 MB of which every file is damaged") << 20 << 8000 << 20 << true;
 }
 
 void CtlStatsTest::memory()
@@ -257,25 +257,30 @@ Clock      never went back
 Damage     none
 
 Level                 records   share  bytes each
-error                       1   25.0%          44  ██████████████▌
-notice                      2   50.0%          55  █████████████████████████████
-none: unknown events        1   25.0%          44  ██████████████▌
+error                       1   25.0%          41  ██████████████▌
+notice                      2   50.0%          52  █████████████████████████████
+none: unknown events        1   25.0%          41  ██████████████▌
 
 Event                 records   share  bytes each
-1001 supply                 2   50.0%          55  █████████████████████████████
-77                          1   25.0%          44  ██████████████▌
-1002 overload               1   25.0%          44  ██████████████▌
+1001 supply                 2   50.0%          52  █████████████████████████████
+1002 overload               1   25.0%          41  ██████████████▌
+77                          1   25.0%          41  ██████████████▌
 
 Service               records   share  bytes each
-power                       3   75.0%          52  █████████████████████████████
-none: unknown events        1   25.0%          44  █████████▋
+power                       3   75.0%          48  █████████████████████████████
+none: unknown events        1   25.0%          41  █████████▋
 
 Path                  records   share  bytes each
-/a                          2   50.0%          44  █████████████████████████████
-/power/supply               2   50.0%          55  █████████████████████████████
+/a                          2   50.0%          41  █████████████████████████████
+/power/supply               2   50.0%          52  █████████████████████████████
 
-Time, by 10 seconds   records   share  bytes each
-2023-11-14 22:13:20         1   25.0%          50  █████████████████████████████
+Time, by second       records   share  bytes each
+2023-11-14 22:13:20         1   25.0%          52  █████████████████████████████
+none for 59 s
+2023-11-14 22:14:20         1   25.0%          41  █████████████████████████████
+none for 1 min 9 s
+2023-11-14 22:15:30         1   25.0%          52  █████████████████████████████
+2023-11-14 22:15:31         1   25.0%          41  █████████████████████████████
 )";
     QCOMPARE(QString::fromUtf8(run.out), QString::fromUtf8(wanted));
 }
