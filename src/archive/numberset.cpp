@@ -39,7 +39,7 @@ void NumberSet::goOnAt(quint64 number)
             const bool isKnown = before->second >= number;
             current = {before->first, isKnown ? before->second : number};
             next = others.erase(before);
-            if (isKnown && (twice.size() < mostRanges)) {
+            if (isKnown && (twice.size() < most)) {
                 add(twice, {number, number});
             } else if (isKnown) {
                 cut = true;
@@ -52,7 +52,7 @@ void NumberSet::goOnAt(quint64 number)
 void NumberSet::insertElsewhere(quint64 number)
 {
     if (current.first != 0) {
-        if (others.size() >= mostRanges) {
+        if (others.size() >= most) {
             cut = true;
             return;
         }

@@ -17,12 +17,18 @@ struct NumberRange {
 
 /*!
  * The record numbers of a folder. Memory is for ranges, not numbers: in a healthy log
- * there is one. Once there are mostRanges, numbers that would make another are not taken.
+ * there is one. Once there are as many as may be, numbers that would make another are not
+ * taken. A range takes some 64 bytes, one of repeated numbers as much.
  */
 class NumberSet
 {
 public:
     static constexpr size_t mostRanges = 65536;
+
+    explicit NumberSet(size_t ranges = mostRanges)
+        : most(ranges)
+    {
+    }
 
     void insert(quint64 number)
     {
@@ -48,6 +54,7 @@ private:
     void goOnAt(quint64 number);
     [[nodiscard]] Ranges all() const;
 
+    size_t most;
     Ranges others;       //!< all but the current one
     NumberRange current; //!< that is growing; 0 where there is none, as no record has it
     quint64 roof = 0;    //!< where the next range begins, which the current one must not reach

@@ -192,7 +192,7 @@ bool isColoured(const Typed &typed, const Surroundings &surroundings)
 
 TimeStyle timeStyleOf(const char *name, const std::string &text, Command command)
 {
-    if (command == Command::Report) {
+    if (command == Command::Report || command == Command::Stats) {
         return OptionValues::oneOf<TimeStyle>(
             name, text, {{"local", TimeStyle::Local}, {"utc", TimeStyle::Utc}});
     }

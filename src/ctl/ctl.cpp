@@ -16,6 +16,7 @@
 #include "ctl/salvagecommand.h"
 #include "ctl/settingscommand.h"
 #include "ctl/showcommand.h"
+#include "ctl/stats/statscommand.h"
 #include "ctl/verifycommand.h"
 #include "ctl/watchcommand.h"
 
@@ -35,6 +36,8 @@ ExitStatus runCommand(const Plan &plan, OutputStream &out)
     switch (plan.command) {
     case Command::Show:
         return runShow(plan, out);
+    case Command::Stats:
+        return runStats(plan, out);
     case Command::Verify:
         return runVerify(plan, out);
     case Command::Salvage:

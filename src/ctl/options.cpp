@@ -77,7 +77,7 @@ void appendOption(std::string &out, const OptionText &option)
 const char *exitTextOf(Command command)
 {
     const unsigned it = bit(command);
-    if (command == Command::Show || command == Command::Report) {
+    if ((stored & ~bit(Command::Salvage) & it) != 0) {
         return selectingExitText;
     }
     if (command == Command::Watch) {

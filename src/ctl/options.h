@@ -32,6 +32,10 @@ constexpr CommandText commandTexts[] = {
     {Command::Show, "show", "prints stored records; what is done without a command",
      "Prints the records of a folder of log files in the order of their numbers, the oldest "
      "first. The daemon may be running."},
+    {Command::Stats, "stats", "counts records by level, event, service, path and time",
+     "Counts the records of a folder of log files by level, event, service, path and time, and "
+     "tells which numbers are missing or there more than once, where the clock went back and "
+     "what is damaged. Only what is selected is counted. The daemon may be running."},
     {Command::Verify, "verify", "looks for damage; reads only",
      "Looks through a folder of log files and tells of each file what it holds and what of it "
      "is damaged, which numbers are missing or there more than once, and how much of what can "
@@ -140,11 +144,14 @@ constexpr unsigned onBus
 constexpr unsigned catalogueTables = bit(Command::CatalogueList) | bit(Command::CatalogueShow);
 constexpr unsigned catalogueCommands = catalogueTables | bit(Command::CatalogueCheck);
 //! Those that select stored records.
-constexpr unsigned stored = bit(Command::Show) | bit(Command::Salvage) | bit(Command::Report);
+constexpr unsigned stored
+    = bit(Command::Show) | bit(Command::Stats) | bit(Command::Salvage) | bit(Command::Report);
 //! Those that select by what an event says.
 constexpr unsigned selecting = stored | bit(Command::Watch);
 //! Those that print records or what becomes one.
-constexpr unsigned printing = selecting & ~bit(Command::Report);
+constexpr unsigned printing = selecting & ~bit(Command::Report) & ~bit(Command::Stats);
+//! Those that may print much, and on a terminal in colours.
+constexpr unsigned paging = printing | bit(Command::Stats);
 //! Those that have all formats.
 constexpr unsigned inAllFormats = printing | catalogueTables;
 
@@ -156,7 +163,10 @@ constexpr OptionText optionTexts[] = {
      everyCommand & ~bit(Command::Settings) & ~bit(Command::Clear), OptionId::Catalogue},
     {"-n,--lines", "N", "only the last N", stored, OptionId::Last},
     {"-n,--lines", "N", "end after N", bit(Command::Watch), OptionId::Last},
-    {"-r,--reverse", nullptr, "the newest first", stored, OptionId::NewestFirst},
+    {"-r,--reverse", nullptr, "the newest first", stored & ~bit(Command::Stats),
+     OptionId::NewestFirst},
+    {"-r,--reverse", nullptr, "taken as show takes it; the counts are the same",
+     bit(Command::Stats), OptionId::NewestFirst},
     {"-S,--since", "TIME", "from that time on: 2026-11-21, \"2026-11-21 19:06\", yesterday, 1h",
      selecting, OptionId::Since},
     {"-U,--until", "TIME", "up to that time", stored, OptionId::Until},
@@ -177,6 +187,8 @@ constexpr OptionText optionTexts[] = {
     {"-o,--output", "text|json|csv|raw",
      "for people; one JSON object a line; a table; or byte by byte how a record of it is stored",
      catalogueTables, OptionId::Format},
+    {"-o,--output", "text|json", "tables for people, or one JSON object", bit(Command::Stats),
+     OptionId::Format},
     {"-o,--output", "text|json", "for people, or one JSON object a line",
      bit(Command::Verify) | bit(Command::Repair) | bit(Command::Settings)
          | bit(Command::CatalogueCheck),
@@ -185,13 +197,15 @@ constexpr OptionText optionTexts[] = {
      OptionId::Time},
     {"--time", "local|utc", "which times the page shows at first", bit(Command::Report),
      OptionId::Time},
+    {"--time", "local|utc", "whose days and hours are counted by; JSON has UTC",
+     bit(Command::Stats), OptionId::Time},
     {"-l,--language", "LANGUAGE", "of the texts; the locale's otherwise, or English",
      selecting | bit(Command::CatalogueList), OptionId::Language},
     {"-l,--language", "LANGUAGE", "only the text in that language, or else in English",
      bit(Command::CatalogueShow), OptionId::Language},
-    {"--color", "auto|always|never", "levels in colours; auto: on a terminal", printing,
+    {"--color", "auto|always|never", "levels in colours; auto: on a terminal", paging,
      OptionId::Colour},
-    {"--no-pager", nullptr, "do not page on a terminal", printing, OptionId::NoPager},
+    {"--no-pager", nullptr, "do not page on a terminal", paging, OptionId::NoPager},
     {"-q,--quiet", nullptr, "say nothing where all is well", everyCommand, OptionId::Quiet},
     {"--sure", nullptr, "only records that are whole beyond doubt", bit(Command::Salvage),
      OptionId::Sure},

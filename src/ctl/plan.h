@@ -22,6 +22,7 @@
 
 enum class Command : quint8 {
     Show,
+    Stats,
     Verify,
     Salvage,
     Repair,

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ctl/textprinter.h"
 
+#include "ctl/colours.h"
 #include "ctl/eventkinds.h"
 #include "ctl/messages.h"
 #include "ctl/textwidth.h"
@@ -18,24 +19,6 @@ namespace
 // What is longer pushes what stands behind it to the right.
 constexpr size_t usualName = 20;
 constexpr size_t usualPath = 20;
-
-constexpr char plain[] = "\x1B[0m";
-constexpr char noteColour[] = "\x1B[1;35m";
-
-//! By the numbers of syslog, which catalogues use.
-const char *colourOf(int level)
-{
-    if (level <= 3) {
-        return "\x1B[1;31m";
-    }
-    if (level == 4) {
-        return "\x1B[33m";
-    }
-    if (level == 5) {
-        return "\x1B[1m";
-    }
-    return level == 6 ? "" : "\x1B[2m";
-}
 
 size_t usual(const QString &text)
 {
@@ -107,10 +90,10 @@ void TextPrinter::putLevel(const EventKind *kind)
     piece.clear();
     Messages::appendPrintable(piece, kind ? kind->level : "-");
     const std::string_view colour
-        = kind && layout.isColoured ? colourOf(kind->event->logLevel) : "";
+        = kind && layout.isColoured ? Colours::ofLevel(kind->event->logLevel) : "";
     line += colour;
     line += piece;
-    line += colour.empty() ? "" : plain;
+    line += colour.empty() ? "" : Colours::plain;
     const size_t taken = TextWidth::columns(piece);
     const size_t left = taken < levelWidth ? levelWidth - taken : 0;
     line.append(left + 1, ' ');
@@ -213,8 +196,8 @@ void TextPrinter::note(const std::string &text)
         Messages::tell(QString::fromStdString(text));
         return;
     }
-    out.write(std::string(layout.isColoured ? noteColour : "") + "-- " + text
-              + (layout.isColoured ? plain : "") + '\n');
+    out.write(std::string(layout.isColoured ? Colours::note : "") + "-- " + text
+              + (layout.isColoured ? Colours::plain : "") + '\n');
 }
 
 void TextPrinter::lost(const Archive::Place &place, Archive::Fault reason)

@@ -52,6 +52,10 @@ void CtlCommandLineTest::wrongUsage_data()
                 << QStringList(value.mid(0, 2)) << part;
         }
     }
+    QTest::newRow("counts are no table of records")
+        << QStringList{"stats"_s, "-o"_s, "csv"_s} << "text, json"_s;
+    QTest::newRow("and have the times of people")
+        << QStringList{"stats"_s, "--time"_s, "unix"_s} << "local, utc"_s;
     QTest::newRow("an unknown command is told") << QStringList{"mend"_s} << "mend"_s;
     QTest::newRow("an unknown option is told") << QStringList{"verify"_s, "--mend"_s} << "--mend"_s;
     QTest::newRow("an option of another command is unknown")
@@ -96,6 +100,8 @@ void CtlCommandLineTest::help_data()
         << QStringList{"show"_s, "--help"_s} << QByteArray("--follow");
     QTest::newRow("which is also that of options alone")
         << QStringList{"-n"_s, "5"_s, "-h"_s} << QByteArray("--follow");
+    QTest::newRow("stats has its own")
+        << QStringList{"stats"_s, "--help"_s} << QByteArray("--output text|json ");
     QTest::newRow("verify has its own")
         << QStringList{"verify"_s, "--help"_s} << QByteArray("--catalogue FILE");
     QTest::newRow("salvage has its own")
