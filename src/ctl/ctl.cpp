@@ -2,6 +2,7 @@
 #include "ctl/ctl.h"
 
 #include "ctl/clearcommand.h"
+#include "ctl/collectcommand.h"
 #include "ctl/commandline.h"
 #include "ctl/emitcommand.h"
 #include "ctl/interruption.h"
@@ -46,6 +47,8 @@ ExitStatus runCommand(const Plan &plan, OutputStream &out)
         return runSettings(plan, out);
     case Command::Clear:
         return runClear(plan);
+    case Command::Collect:
+        return runCollect(plan, out);
     case Command::Repair:
         break;
     }

@@ -75,6 +75,15 @@ constexpr CommandText commandTexts[] = {
      "[NAME [VALUE]]", 0, 2},
     {Command::Clear, "clear", "deletes the log",
      "Has the daemon delete its log files and what it has not written yet. Numbers go on."},
+    {Command::Collect, "collect", "prints what is new since the last time, for a store",
+     "Prints the records behind the last one that a store has, as JSON objects, one a line. "
+     "{\"missing\":[\"A\",\"B\"]} stands for numbers that are gone, {\"restarted\":\"N\"} where "
+     "numbers began again, with N. The last line is {\"resume\":\"NUMBER\",\"time\":\"TIME\"}, for "
+     "--after and --at of the next time, also where nothing is new. A store that has device, "
+     "number and time as its key, and keeps NUMBER and TIME in the transaction that stores the "
+     "records, gets each of them once. Output without that last line is not complete, and not "
+     "to be kept. What is damaged behind the last whole record is left for the next time. The "
+     "daemon may be running."},
 };
 
 enum class OptionId : quint8 {
@@ -105,6 +114,8 @@ enum class OptionId : quint8 {
     Types,
     Wait,
     Yes,
+    After,
+    At,
     Help,
     Version,
 };
@@ -160,8 +171,8 @@ constexpr OptionText optionTexts[] = {
      OptionId::Time},
     {"--time", "local|utc", "which times the page shows at first", bit(Command::Report),
      OptionId::Time},
-    {"-l,--language", "LANGUAGE", "of the texts; the locale's otherwise, or English", selecting,
-     OptionId::Language},
+    {"-l,--language", "LANGUAGE", "of the texts; the locale's otherwise, or English",
+     selecting | bit(Command::Collect), OptionId::Language},
     {"--color", "auto|always|never", "levels in colours; auto: on a terminal", printing,
      OptionId::Colour},
     {"--no-pager", nullptr, "do not page on a terminal", printing, OptionId::NoPager},
@@ -189,6 +200,10 @@ constexpr OptionText optionTexts[] = {
      bit(Command::Emit), OptionId::Wait},
     {"--yes", nullptr, "delete without being asked, as is wanted where there is no terminal",
      bit(Command::Settings) | bit(Command::Clear), OptionId::Yes},
+    {"--after", "NUMBER", "the last record that the store has; from the oldest on otherwise, or 0",
+     bit(Command::Collect), OptionId::After},
+    {"--at", "TIME", "that record's time, which goes with --after", bit(Command::Collect),
+     OptionId::At},
     {"-h,--help", nullptr, "show this help", everyCommand, OptionId::Help},
     {"-V,--version", nullptr, "show the version", 0, OptionId::Version},
 };

@@ -30,6 +30,7 @@ enum class Command : quint8 {
     Emit,
     Settings,
     Clear,
+    Collect,
 };
 
 //! What a process ends with.
@@ -152,6 +153,12 @@ struct SettingsChoice {
     std::optional<QString> value; //!< to be set
 };
 
+//! The last record that a store has; a number of 0: it has none.
+struct CollectChoice {
+    quint64 number = 0;
+    Instant time;
+};
+
 //! Whether what cannot be undone is to be done.
 struct ConsentChoice {
     bool isGiven = false;
@@ -170,4 +177,5 @@ struct Plan {
     EmitChoice emit;
     SettingsChoice settings;
     ConsentChoice consent;
+    CollectChoice collect;
 };
