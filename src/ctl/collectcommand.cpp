@@ -5,7 +5,6 @@
 #include "ctl/jsonobject.h"
 #include "ctl/jsonprinter.h"
 #include "ctl/language.h"
-#include "ctl/messages.h"
 #include "ctl/recordsieve.h"
 #include "ctl/source.h"
 #include "ctl/timetext.h"
@@ -151,7 +150,7 @@ bool print(const Archive::Folder &folder, const CollectRange &range, Printing &p
             ? Archive::OpenFile{range.end.bytes, range.end.size, 0}
             : folder.openFile(folder.files()[i]);
         const qint64 from = i == range.firstFile ? range.begin : 0;
-        if ((!opened.bytes && opened.error == 0) || from >= opened.size) {
+        if (opened.bytes ? from >= opened.size : opened.error == 0) {
             continue; // deleted meanwhile, or there is nothing new in it
         }
         const int index = folder.files()[i].index;
@@ -160,7 +159,7 @@ bool print(const Archive::Folder &folder, const CollectRange &range, Printing &p
             printing.useFile(*opened.bytes);
         }
         if (!opened.bytes || !folder.visit(index, *opened.bytes, opened.size, window)) {
-            Messages::tellUnread(folder.path(), index, opened.bytes ? window.error : opened.error);
+            CollectRange::tellUnread(folder, index, opened.bytes ? window.error : opened.error);
             return false;
         }
     }

@@ -45,9 +45,8 @@ public:
             return;
         }
         const Instant time{record.head.seconds, record.head.microseconds};
-        if (record.head.logNr == wanted.number) {
-            exactEnd = areSame(time, wanted.time) ? place.end() : exactEnd;
-            isAnother = isAnother || exactEnd < 0;
+        if (record.head.logNr == wanted.number && areSame(time, wanted.time)) {
+            exactEnd = place.end();
         }
         if (record.state == State::Whole) {
             pass({record.head.logNr, time});
@@ -62,7 +61,7 @@ public:
     //! The first whole record of the files so far; without a number where there is none.
     [[nodiscard]] const Milestone &oldest() const { return first.number != 0 ? first : behind; }
 
-    bool isAnother = false; //!< a record with its number has another time
+    bool falls = false; //!< numbers do, somewhere
 
     // Of the file at hand.
     int error = 0;        //!< errno of why it could not be read to its end
@@ -84,11 +83,12 @@ private:
     }
 
     /*!
-     * Whether the record could only have stood behind the last one. That one must not be
-     * later: then it belongs to numbers that have begun again.
+     * Looks between two records: whether the one that is looked for could only have stood
+     * there. What is before it must not be later, or numbers have begun again.
      */
     void notice(const Milestone &next)
     {
+        falls = falls || (next.number != 0 && next.number <= last.number);
         if (last.number != 0 && last.number < wanted.number && wanted.number < next.number
             && !(wanted.time < last.time)) {
             gap = wholeEnd;
@@ -150,8 +150,8 @@ void CollectRange::find(const CollectChoice &choice)
     if (choice.number != 0 && !hasGap) {
         oldestNumber = search.oldest().number;
         oldestTime = search.oldest().time;
-        // Of two runs of numbers the older one may be that of the record.
-        const bool mayFollow = !search.isAnother || !(oldestTime < choice.time);
+        // Of two runs of numbers the older one may be that of the record, or not.
+        const bool mayFollow = !search.falls || !(oldestTime < choice.time);
         beginning = choice.number < oldestNumber && mayFollow ? Beginning::Follows
                                                               : Beginning::BeganAgain;
     }
