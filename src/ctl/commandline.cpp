@@ -5,6 +5,7 @@
 #include "ctl/options.h"
 #include "ctl/optionvalues.h"
 #include "ctl/surroundings.h"
+#include "ctl/timetext.h"
 
 #include <CLI/CLI.hpp>
 #include <QFile>
@@ -283,6 +284,26 @@ SettingsChoice settingsOf(const Typed &typed)
     return settings;
 }
 
+//! Either both are given or none.
+CollectChoice collectOf(const Typed &typed, const Instant &now)
+{
+    CollectChoice collect;
+    if (typed.has(OptionId::After) != typed.has(OptionId::At)) {
+        throw WrongUsage{"--after and --at go together: a record's number and its time"};
+    }
+    forEach(typed, OptionId::After, [&](const char *name, const std::string &text) {
+        collect.number = OptionValues::number(name, text, 0, std::numeric_limits<qint64>::max());
+    });
+    forEach(typed, OptionId::At, [&](const char *name, const std::string &text) {
+        std::string written;
+        collect.time = OptionValues::time(name, text, now);
+        if (!appendTime(written, collect.time.seconds, collect.time.microseconds)) {
+            throw WrongUsage{std::string(name) + ": \"" + text + "\" is no time of a record"};
+        }
+    });
+    return collect;
+}
+
 Plan planOf(Command command, const Typed &typed)
 {
     const Surroundings surroundings = Surroundings::look();
@@ -322,6 +343,7 @@ Plan planOf(Command command, const Typed &typed)
     if (command == Command::Settings) {
         plan.settings = settingsOf(typed);
     }
+    plan.collect = collectOf(typed, surroundings.now);
     plan.consent = {typed.isOn(OptionId::Yes), surroundings.canAsk};
     return plan;
 }

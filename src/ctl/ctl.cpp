@@ -4,6 +4,7 @@
 #include "ctl/cataloguecheckcommand.h"
 #include "ctl/cataloguecommand.h"
 #include "ctl/clearcommand.h"
+#include "ctl/collectcommand.h"
 #include "ctl/commandline.h"
 #include "ctl/completion.h"
 #include "ctl/emitcommand.h"
@@ -58,6 +59,8 @@ ExitStatus runCommand(const Plan &plan, OutputStream &out)
         return runSettings(plan, out);
     case Command::Clear:
         return runClear(plan);
+    case Command::Collect:
+        return runCollect(plan, out);
     case Command::Repair:
         break;
     }

@@ -32,10 +32,20 @@ constexpr CommandText commandTexts[] = {
     {Command::Show, "show", "prints stored records; what is done without a command",
      "Prints the records of a folder of log files in the order of their numbers, the oldest "
      "first. The daemon may be running."},
+    {Command::Watch, "watch", "prints status changes live, as they are announced",
+     "Prints status changes from the system bus as services announce them, stored or not, until "
+     "Ctrl-C. They have no numbers yet, and the texts of the daemon's datagrams. Marked are "
+     "events that the catalogue does not know, and those of which the values do not fit what it "
+     "declares: they are not read back from the log as they were sent."},
     {Command::Stats, "stats", "counts records by level, event, service, path and time",
      "Counts the records of a folder of log files by level, event, service, path and time, and "
      "tells which numbers are missing or there more than once, where the clock went back and "
      "what is damaged. Only what is selected is counted. The daemon may be running."},
+    {Command::Report, "report", "writes a page for a browser",
+     "Writes the selected records as one page for a browser, which needs nothing else: a "
+     "timeline, counts, a table to search and filter, and all of each record. The file is "
+     "there when it is complete, in place of an old one. The daemon may be running.",
+     "FILE.html", 1, 1},
     {Command::Verify, "verify", "looks for damage; reads only",
      "Looks through a folder of log files and tells of each file what it holds and what of it "
      "is damaged, which numbers are missing or there more than once, and how much of what can "
@@ -50,16 +60,15 @@ constexpr CommandText commandTexts[] = {
      "No byte is lost: what is taken out is kept in the subfolder damaged. A healthy folder "
      "is not written to. It may be stopped at any time and run again. Refused while the "
      "daemon runs."},
-    {Command::Report, "report", "writes a page for a browser",
-     "Writes the selected records as one page for a browser, which needs nothing else: a "
-     "timeline, counts, a table to search and filter, and all of each record. The file is "
-     "there when it is complete, in place of an old one. The daemon may be running.",
-     "FILE.html", 1, 1},
-    {Command::Watch, "watch", "prints status changes live, as they are announced",
-     "Prints status changes from the system bus as services announce them, stored or not, until "
-     "Ctrl-C. They have no numbers yet, and the texts of the daemon's datagrams. Marked are "
-     "events that the catalogue does not know, and those of which the values do not fit what it "
-     "declares: they are not read back from the log as they were sent."},
+    {Command::Collect, "collect", "prints what is new since the last time, for a store",
+     "Prints the records behind the last one that a store has, as JSON objects, one a line. "
+     "{\"missing\":[\"A\",\"B\"]} stands for numbers that are gone, {\"restarted\":\"N\"} where "
+     "numbers began again, with N. The last line is {\"resume\":\"NUMBER\",\"time\":\"TIME\"}, for "
+     "--after and --at of the next time, also where nothing is new. A store that has device, "
+     "number and time as its key, and keeps NUMBER and TIME in the transaction that stores the "
+     "records, gets each of them once. Output without that last line is not complete, and not "
+     "to be kept. What is damaged behind the last whole record is left for the next time. The "
+     "daemon may be running."},
     {Command::Emit, "emit", "announces a status change, checked against the catalogue",
      "Announces a status change on the system bus, as a service would. EVENT is an id or a name "
      "of the catalogue. A value fills the argument that it names, as in \"volts=24.1\", or else "
@@ -122,6 +131,8 @@ enum class OptionId : quint8 {
     Wait,
     Strict,
     Yes,
+    After,
+    At,
     Help,
     Version,
 };
@@ -200,7 +211,7 @@ constexpr OptionText optionTexts[] = {
     {"--time", "local|utc", "whose days and hours are counted by; JSON has UTC",
      bit(Command::Stats), OptionId::Time},
     {"-l,--language", "LANGUAGE", "of the texts; the locale's otherwise, or English",
-     selecting | bit(Command::CatalogueList), OptionId::Language},
+     selecting | bit(Command::CatalogueList) | bit(Command::Collect), OptionId::Language},
     {"-l,--language", "LANGUAGE", "only the text in that language, or else in English",
      bit(Command::CatalogueShow), OptionId::Language},
     {"--color", "auto|always|never", "levels in colours; auto: on a terminal", paging,
@@ -232,6 +243,10 @@ constexpr OptionText optionTexts[] = {
      OptionId::Strict},
     {"--yes", nullptr, "delete without being asked, as is wanted where there is no terminal",
      bit(Command::Settings) | bit(Command::Clear), OptionId::Yes},
+    {"--after", "NUMBER", "the last record that the store has; from the oldest on otherwise, or 0",
+     bit(Command::Collect), OptionId::After},
+    {"--at", "TIME", "that record's time, which goes with --after", bit(Command::Collect),
+     OptionId::At},
     {"-h,--help", nullptr, "show this help", everyCommand, OptionId::Help},
     {"-V,--version", nullptr, "show the version", 0, OptionId::Version},
 };

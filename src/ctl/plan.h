@@ -22,12 +22,13 @@
 
 enum class Command : quint8 {
     Show,
+    Watch,
     Stats,
+    Report,
     Verify,
     Salvage,
     Repair,
-    Report,
-    Watch,
+    Collect,
     Emit,
     CatalogueCheck,
     CatalogueList,
@@ -162,6 +163,12 @@ struct SettingsChoice {
     std::optional<QString> value; //!< to be set
 };
 
+//! The last record that a store has; a number of 0: it has none.
+struct CollectChoice {
+    quint64 number = 0;
+    Instant time;
+};
+
 //! Whether what cannot be undone is to be done.
 struct ConsentChoice {
     bool isGiven = false;
@@ -181,4 +188,5 @@ struct Plan {
     CatalogueChoice catalogue;
     SettingsChoice settings;
     ConsentChoice consent;
+    CollectChoice collect;
 };

@@ -114,6 +114,8 @@ void CtlCommandLineTest::help_data()
         << QStringList{"emit"_s, "--help"_s} << QByteArray("emit EVENT [VALUE...] [OPTIONS]");
     QTest::newRow("settings names its arguments")
         << QStringList{"settings"_s, "--help"_s} << QByteArray("settings [NAME [VALUE]] [OPTIONS]");
+    QTest::newRow("collect has its own")
+        << QStringList{"collect"_s, "--help"_s} << QByteArray("--after NUMBER");
     QTest::newRow("clear has its own") << QStringList{"clear"_s, "--help"_s} << QByteArray("--yes");
     QTest::newRow("repair has its own")
         << QStringList{"repair"_s, "-h"_s} << QByteArray("--dry-run");

@@ -200,7 +200,8 @@ private Q_SLOTS:
 void CtlRandomTest::anythingOverAnything_data()
 {
     QTest::addColumn<QString>("command");
-    for (const QString &command : {"show"_s, "salvage"_s, "verify"_s, "report"_s, "repair"_s}) {
+    for (const QString &command :
+         {"show"_s, "stats"_s, "salvage"_s, "verify"_s, "collect"_s, "report"_s, "repair"_s}) {
         QTest::newRow(qPrintable(command)) << command;
     }
 }
