@@ -231,9 +231,10 @@ void StatisticsTest::manyTimes_data()
 
     QTest::newRow("a day of seconds is in quarters of an hour") << day << 15 * minute;
     QTest::newRow("two months of minutes are in days") << 60 * day << day;
-    QTest::newRow("five years of hours are in months") << 5 * 365 * day << qint64(-1);
-    QTest::newRow("a hundred years of days are in decades") << 100 * 365 * day << qint64(-120);
-    QTest::newRow("all years are in centuries") << 8029 * 365 * day << qint64(-1200);
+    QTest::newRow("five years of hours are in months") << qint64(5) * 365 * day << qint64(-1);
+    QTest::newRow("a hundred years of days are in decades")
+        << qint64(100) * 365 * day << qint64(-120);
+    QTest::newRow("all years are in centuries") << qint64(8029) * 365 * day << qint64(-1200);
 }
 
 //! There are more times than cells, and still every bar is right.
