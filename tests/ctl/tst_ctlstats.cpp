@@ -175,6 +175,7 @@ private Q_SLOTS:
     void jsonOfTimes();
     void selections_data();
     void selections();
+    void newestFirst();
     void exitStatus_data();
     void exitStatus();
     void nothing();
@@ -503,6 +504,19 @@ void CtlStatsTest::selections()
     QCOMPARE(shown.size() < 762, isSome);
     const QByteArray records = "\nRecords    " + QByteArray::number(shown.size()) + ", ";
     QVERIFY(stats(options).out.contains(records));
+}
+
+//! The order in which records are shown is not that of the log.
+void CtlStatsTest::newestFirst()
+{
+    folder->put(1, mixed(1, 300));
+    folder->put(0, mixed(310, 700));
+    for (const QString &last : {"500"_s, "50"_s}) {
+        const QStringList options{"-o"_s, "json"_s, "-n"_s, last};
+        const CtlRun run = stats(options);
+        QCOMPARE(run.status, 0);
+        QCOMPARE(stats(options + QStringList{"-r"_s}).out, run.out);
+    }
 }
 
 void CtlStatsTest::exitStatus_data()

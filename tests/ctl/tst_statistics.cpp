@@ -167,8 +167,8 @@ void StatisticsTest::steps_data()
         << "2026-11-20 00:00:00 1|2026-11-20 02:00:00 1|2026-11-20 04:00:00 1|"
            "2026-11-20 06:00:00 1|2026-11-20 08:00:00 1"_s;
     QTest::newRow("two empty steps behind each are too many")
-        << everyMinute.mid(0, 1) + everyMinute.mid(3, 1) + everyMinute.mid(6, 1)
-            + everyMinute.mid(9, 1) + everyMinute.mid(12, 1)
+        << QStringList{everyMinute[0], everyMinute[3], everyMinute[6], everyMinute[9],
+                       everyMinute[12]}
         << 2 * minute
         << "2026-11-21 19:10:00 1|2026-11-21 19:12:00 1|2026-11-21 19:16:00 1|"
            "2026-11-21 19:18:00 1|2026-11-21 19:22:00 1"_s;
