@@ -167,8 +167,8 @@ void StatisticsTest::steps_data()
         << "2026-11-20 00:00:00 1|2026-11-20 02:00:00 1|2026-11-20 04:00:00 1|"
            "2026-11-20 06:00:00 1|2026-11-20 08:00:00 1"_s;
     QTest::newRow("two empty steps behind each are too many")
-        << everyMinute.mid(0, 1) + everyMinute.mid(3, 1) + everyMinute.mid(6, 1)
-            + everyMinute.mid(9, 1) + everyMinute.mid(12, 1)
+        << QStringList{everyMinute[0], everyMinute[3], everyMinute[6], everyMinute[9],
+                       everyMinute[12]}
         << 2 * minute
         << "2026-11-21 19:10:00 1|2026-11-21 19:12:00 1|2026-11-21 19:16:00 1|"
            "2026-11-21 19:18:00 1|2026-11-21 19:22:00 1"_s;
@@ -231,9 +231,10 @@ void StatisticsTest::manyTimes_data()
 
     QTest::newRow("a day of seconds is in quarters of an hour") << day << 15 * minute;
     QTest::newRow("two months of minutes are in days") << 60 * day << day;
-    QTest::newRow("five years of hours are in months") << 5 * 365 * day << qint64(-1);
-    QTest::newRow("a hundred years of days are in decades") << 100 * 365 * day << qint64(-120);
-    QTest::newRow("all years are in centuries") << 8029 * 365 * day << qint64(-1200);
+    QTest::newRow("five years of hours are in months") << qint64(5) * 365 * day << qint64(-1);
+    QTest::newRow("a hundred years of days are in decades")
+        << qint64(100) * 365 * day << qint64(-120);
+    QTest::newRow("all years are in centuries") << qint64(8029) * 365 * day << qint64(-1200);
 }
 
 //! There are more times than cells, and still every bar is right.

@@ -61,6 +61,7 @@ std::vector<Level> levels(const Statistics &statistics, const SystemeventCatalog
                      sums[{event.logLevel, event.logLevelName}].add(amount);
                  });
     std::vector<Level> rows;
+    rows.reserve(sums.size() + 1);
     for (const auto &[level, amount] : sums) {
         rows.push_back({level.first, level.second, amount});
     }
@@ -79,6 +80,7 @@ std::vector<Service> services(const Statistics &statistics, const SystemeventCat
                      sums[event.service].add(amount);
                  });
     std::vector<Service> rows;
+    rows.reserve(sums.size() + 1);
     for (const auto &[name, amount] : sums) {
         rows.push_back({name.isNull() ? QLatin1String("") : name, amount});
     }

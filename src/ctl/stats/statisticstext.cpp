@@ -11,6 +11,7 @@
 #include <QDate>
 
 #include <algorithm>
+#include <cmath>
 #include <iterator>
 #include <utility>
 
@@ -71,7 +72,7 @@ std::string tenths(quint64 tenth)
 //! A part in percent.
 std::string share(quint64 part, quint64 whole)
 {
-    const auto thousandths = quint64(1000.0 * double(part) / double(whole) + 0.5);
+    const auto thousandths = quint64(std::lround(1000.0 * double(part) / double(whole)));
     return tenths(thousandths) + '%';
 }
 
@@ -237,7 +238,7 @@ std::string stepText(const TimeStep &step)
 void appendBar(std::string &out, quint64 part, quint64 whole, size_t columns)
 {
     static constexpr const char *eighths[] = {"", "▏", "▎", "▍", "▌", "▋", "▊", "▉"};
-    const auto length = size_t(double(part) / double(whole) * double(columns * 8) + 0.5);
+    const auto length = size_t(std::lround(double(part) / double(whole) * double(columns * 8)));
     const size_t shown = std::max(length, size_t(part > 0 ? 1 : 0));
     for (size_t i = 0; i < shown / 8; ++i) {
         out += "█";
