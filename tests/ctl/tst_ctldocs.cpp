@@ -205,7 +205,7 @@ QString CtlDocsTest::run(const Command &command, int &status)
         }
     }
     status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    return QString::fromUtf8(printed);
+    return QString::fromUtf8(printed.replace("\r\n", "\n")); // of a table
 }
 
 void CtlDocsTest::everyLineIsRun()
