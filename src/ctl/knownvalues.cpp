@@ -124,7 +124,8 @@ Values settings()
 Values alternatives(std::string_view words)
 {
     Values found;
-    for (const QString &word : QString::fromUtf8(words.data(), int(words.size())).split(QLatin1Char('|'))) {
+    for (const QString &word :
+         QString::fromUtf8(words.data(), int(words.size())).split(QLatin1Char('|'))) {
         found.push_back({word, {}});
     }
     return found;

@@ -123,8 +123,8 @@ void CtlCompletionTest::candidates_data()
     QTest::addColumn<QString>("words");
     QTest::addColumn<QString>("candidates");
 
-    QTest::newRow("the first word is a command") << "s"_s
-                                                 << "show salvage settings"_s;
+    QTest::newRow("the first word is a command") << "re"_s
+                                                 << "repair report"_s;
     QTest::newRow("one without such a beginning is none") << "xyz"_s
                                                           << ""_s;
     QTest::newRow("options stand where show is meant") << "-C events.xml --lin"_s
