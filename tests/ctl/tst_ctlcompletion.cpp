@@ -124,9 +124,17 @@ void CtlCompletionTest::candidates_data()
     QTest::addColumn<QString>("candidates");
 
     QTest::newRow("the first word is a command") << "re"_s
-                                                 << "repair report"_s;
+                                                 << "report repair"_s;
     QTest::newRow("one without such a beginning is none") << "xyz"_s
                                                           << ""_s;
+    QTest::newRow("a group of commands is one word") << "cat"_s
+                                                     << "catalogue"_s;
+    QTest::newRow("its commands come behind it") << "catalogue "_s
+                                                 << "check list show"_s;
+    QTest::newRow("they have options of their own") << "catalogue check --w"_s
+                                                    << "--werror"_s;
+    QTest::newRow("and arguments") << "catalogue show -C events.xml fan"_s
+                                   << "fanChanged"_s;
     QTest::newRow("options stand where show is meant") << "-C events.xml --lin"_s
                                                        << "--lines"_s;
     QTest::newRow("help and version stand alone") << "--ver"_s
