@@ -34,15 +34,9 @@ QByteArray randomBytes(Dice &dice, int size)
 
 QByteArray randomText(Dice &dice)
 {
-    const QByteArrayList texts{"text",
-                               "a \"quoted\" one\\",
-                               "\x1B[2J\x1B]0;x\x07",
-                               "\r\n,;\t",
-                               "\xE2\x80\xAE\xC2\x9B"
-                               "31m",
-                               "</script><b>",
-                               "%1 %2 %99",
-                               QByteArray(3000, 'x')};
+    const QByteArrayList texts{"text",      "a \"quoted\" one\\",       "\x1B[2J\x1B]0;x\x07",
+                               "\r\n,;\t",  "\xE2\x80\xAE\xC2\x9B[31m", "</script><b>",
+                               "%1 %2 %99", QByteArray(3000, 'x')};
     return dice.chance(20) ? randomBytes(dice, dice.below(40)) : dice.oneOf(texts);
 }
 
