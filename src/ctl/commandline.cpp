@@ -284,16 +284,18 @@ SettingsChoice settingsOf(const Typed &typed)
     return settings;
 }
 
-//! Either both are given or none.
+//! Either both are given or none; in front of all records there is no time.
 CollectChoice collectOf(const Typed &typed, const Instant &now)
 {
     CollectChoice collect;
-    if (typed.has(OptionId::After) != typed.has(OptionId::At)) {
-        throw WrongUsage{"--after and --at go together: a record's number and its time"};
-    }
     forEach(typed, OptionId::After, [&](const char *name, const std::string &text) {
         collect.number = OptionValues::number(name, text, 0, std::numeric_limits<qint64>::max());
     });
+    const bool isTimeWanted = typed.has(OptionId::After) && collect.number > 0;
+    if ((isTimeWanted && !typed.has(OptionId::At))
+        || (typed.has(OptionId::At) && !typed.has(OptionId::After))) {
+        throw WrongUsage{"--after and --at go together: a record's number and its time"};
+    }
     forEach(typed, OptionId::At, [&](const char *name, const std::string &text) {
         std::string written;
         collect.time = OptionValues::time(name, text, now);
@@ -488,6 +490,20 @@ CommandLine meaningOf(Parser &parser)
     return line;
 }
 
+//! What is said of words that nothing takes.
+std::string unexpected(const std::vector<std::string> &words)
+{
+    std::string text = words.size() > 1 ? "these were not expected:" : "this was not expected:";
+    bool isCommand = false;
+    for (const std::string &word : words) {
+        text += ' ' + word;
+        isCommand = isCommand
+            || std::any_of(std::begin(commandTexts), std::end(commandTexts),
+                           [&word](const CommandText &each) { return word == each.name; });
+    }
+    return isCommand ? text + "; a command stands in front of its options" : text;
+}
+
 } // namespace
 
 CommandLine CommandLine::read(int argc, const char *const *argv)
@@ -504,6 +520,8 @@ CommandLine CommandLine::read(int argc, const char *const *argv)
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
         parser.app.parse(std::move(arguments));
         return meaningOf(parser);
+    } catch (const CLI::ExtrasError &) {
+        complaint = unexpected(parser.app.remaining(true));
     } catch (const CLI::ParseError &error) {
         complaint = error.what();
     } catch (const WrongUsage &wrong) {

@@ -6,6 +6,55 @@
 
 #include <QByteArray>
 
+#include <array>
+#include <cstdio>
+
+namespace
+{
+
+/*!
+ * Characters that JSON may hold as they are and that move a terminal's cursor or turn the
+ * direction of a line: U+007F to U+009F, U+200E, U+200F, U+2028 to U+202E, U+2066 to U+2069.
+ */
+std::string_view controlAt(std::string_view utf8)
+{
+    const auto byte
+        = [&utf8](size_t i) { return i < utf8.size() ? static_cast<unsigned char>(utf8[i]) : 0U; };
+    if (byte(0) == 0x7F) {
+        return utf8.substr(0, 1);
+    }
+    if (byte(0) == 0xC2 && byte(1) >= 0x80 && byte(1) < 0xA0) {
+        return utf8.substr(0, 2);
+    }
+    const bool isGeneral = byte(0) == 0xE2 && byte(1) == 0x80
+        && (byte(2) == 0x8E || byte(2) == 0x8F || (byte(2) >= 0xA8 && byte(2) <= 0xAE));
+    const bool isIsolate = byte(0) == 0xE2 && byte(1) == 0x81 && byte(2) >= 0xA6 && byte(2) <= 0xA9;
+    return utf8.substr(0, isGeneral || isIsolate ? 3 : 0);
+}
+
+//! Writes them as what they are, behind a position.
+void escapeControls(std::string &text, size_t begin)
+{
+    constexpr const char *leads = "\x7F\xC2\xE2";
+    size_t place = text.find_first_of(leads, begin);
+    while (place != std::string::npos) {
+        const std::string_view control = controlAt(std::string_view(text).substr(place));
+        if (control.empty()) {
+            ++place;
+        } else {
+            const QString character = QString::fromUtf8(control.data(), int(control.size()));
+            std::array<char, 7> escape{};
+            (void)std::snprintf(escape.data(), escape.size(), "\\u%04X",
+                                uint(character.at(0).unicode()));
+            text.replace(place, control.size(), escape.data());
+            place += escape.size() - 1;
+        }
+        place = text.find_first_of(leads, place);
+    }
+}
+
+} // namespace
+
 std::string &JsonObject::addKey(std::string_view key)
 {
     if (!isEmpty) {
@@ -30,6 +79,7 @@ void JsonObject::appendString(std::string &text, std::string_view utf8)
         Utf8Text::append(text, QString::fromUtf8(quoted.data(), int(quoted.size())));
     }
     jsonUtil::escape(text, begin);
+    escapeControls(text, begin);
     text += '"';
 }
 

@@ -14,12 +14,7 @@
 namespace
 {
 
-/*!
- * Of more values nothing is shown. Only values that hold placeholders themselves can make a
- * text take so many, and the work that a text may take ends before.
- */
-constexpr size_t mostValues = 65536;
-constexpr int longestRecord = 65535; // bytes, without its trailer
+constexpr int longestRecord = 65535; // bytes, with the end mark and without the length
 
 LogFormat::RecordHead headOf(int eventId)
 {
@@ -76,7 +71,7 @@ bool LiveEvents::isOne(const BusMessage &message)
 void LiveEvents::show(const BusMessage &message)
 {
     RecordView record;
-    record.head = headOf(message.statusValues(values, mostValues));
+    record.head = headOf(message.statusValues(values, mostLiveValues));
     record.path = message.path();
     record.kind = kinds.find(record.head.eventId);
     QList<QVariant> args{QString::fromUtf8(message.path())};
@@ -96,25 +91,33 @@ void LiveEvents::show(const BusMessage &message)
         return;
     }
     record.message = messageText();
-    const QByteArray reason = reasonOf(record.kind);
+    const auto recordSize = makeRecord(record, args);
+    const QByteArray reason = reasonOf(record.kind, recordSize);
     record.liveState = !record.kind ? "unknown" : reason.isEmpty() ? "whole" : "unfit";
     record.liveReason = view(reason);
-    if (wantsBytes) {
-        makeRecord(record, args);
-    }
     printer->record(record);
     ++shown;
 }
 
 //! Why a status change is not read back from the log as it was sent; empty where it is.
-QByteArray LiveEvents::reasonOf(const EventKind *kind) const
+QByteArray LiveEvents::reasonOf(const EventKind *kind, qint64 recordSize) const
 {
-    return kind ? misfit(*kind->event, *catalogue, values).toUtf8()
-                : QByteArrayLiteral("the catalogue does not know this event");
+    if (!kind) {
+        return QByteArrayLiteral("the catalogue does not know this event");
+    }
+    const QString flaw = misfit(*kind->event, *catalogue, values);
+    if (flaw.isEmpty() && recordSize > longestRecord) {
+        return "its record has " + QByteArray::number(recordSize) + " bytes, and the log takes "
+            + QByteArray::number(longestRecord) + " at most";
+    }
+    return flaw.toUtf8();
 }
 
-//! The bytes that the daemon would store. Of a record too long for a log file the beginning.
-void LiveEvents::makeRecord(RecordView &record, const QList<QVariant> &args)
+/*!
+ * The bytes that the daemon would store, where they are shown. Of a record too long for a
+ * log file the beginning. Gives how many it takes in front of its trailer.
+ */
+qint64 LiveEvents::makeRecord(RecordView &record, const QList<QVariant> &args)
 {
     bytes.clear();
     LogFormat::appendLogNr(bytes, record.head.logNr);
@@ -126,11 +129,15 @@ void LiveEvents::makeRecord(RecordView &record, const QList<QVariant> &args)
     for (auto value = args.begin() + 1; value != args.end(); ++value) {
         (void)LogFormat::appendValue(bytes, *value); // some leave nothing
     }
-    bytes.truncate(longestRecord);
-    const auto valuesEnd = bytes.size();
-    LogFormat::appendTail(bytes, 0);
-    record.bytes = view(bytes);
-    record.values = record.bytes.substr(size_t(valuesBegin), size_t(valuesEnd - valuesBegin));
+    const qint64 size = bytes.size() + 1; // with the end mark
+    if (wantsBytes) {
+        bytes.truncate(longestRecord);
+        const auto valuesEnd = bytes.size();
+        LogFormat::appendTail(bytes, 0);
+        record.bytes = view(bytes);
+        record.values = record.bytes.substr(size_t(valuesBegin), size_t(valuesEnd - valuesBegin));
+    }
+    return size;
 }
 
 /*!

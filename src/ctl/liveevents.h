@@ -35,8 +35,8 @@ public:
 
 private:
     const EventTemplate &textOf(const SystemeventDescription &event);
-    [[nodiscard]] QByteArray reasonOf(const EventKind *kind) const;
-    void makeRecord(RecordView &record, const QList<QVariant> &args);
+    [[nodiscard]] QByteArray reasonOf(const EventKind *kind, qint64 recordSize) const;
+    qint64 makeRecord(RecordView &record, const QList<QVariant> &args);
     void tellUnheard(const BusMessage &message);
 
     const SystemeventCatalogue *catalogue;

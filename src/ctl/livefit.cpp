@@ -139,9 +139,10 @@ QString misfit(const SystemeventDescription &event, const SystemeventCatalogue &
                const std::vector<BusValue> &values)
 {
     if (values.size() != size_t(event.arguments.size())) {
-        return QStringLiteral("%1 values are declared, and %2 sent")
+        return QStringLiteral("%1 values are declared, and %2%3 sent")
             .arg(event.arguments.size())
-            .arg(values.size());
+            .arg(values.size())
+            .arg(values.size() < mostLiveValues ? QString() : QStringLiteral(" or more"));
     }
     for (size_t i = 0; i < values.size(); ++i) {
         const SystemeventArgument &argument = event.arguments.at(int(i));

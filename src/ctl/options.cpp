@@ -18,6 +18,9 @@ constexpr char selectingExitText[]
 constexpr char busExitText[]
     = "Exit status: 0 done, 1 the user did not want it, 2 wrong usage, 4 the bus or the daemon "
       "cannot be reached, or the bus refuses.";
+constexpr char emitExitText[]
+    = "Exit status: 0 announced, 2 wrong usage, or values that do not fit, 4 the bus or the daemon "
+      "cannot be reached, the bus refuses, or --wait was in vain.";
 constexpr char watchExitText[]
     = "Exit status: 0 done, 1 the end came before anything was announced that is meant, 2 wrong "
       "usage, 4 the bus cannot be reached, or has gone.";
@@ -82,6 +85,9 @@ const char *exitTextOf(Command command)
     }
     if (command == Command::Watch) {
         return watchExitText;
+    }
+    if (command == Command::Emit) {
+        return emitExitText;
     }
     if ((onBus & it) != 0) {
         return busExitText;

@@ -193,10 +193,11 @@ Result writePage(const Plan &plan, const Source &source, OutputStream &out,
     return result;
 }
 
-//! Where only the daemon writes, or where a log file may be.
+//! Where only the daemon writes, or where a log file may be; through a link, too.
 bool isPlaceOfLogs(const Plan &plan)
 {
-    const QFileInfo page(plan.report.file);
+    const QString target = QFileInfo(plan.report.file).canonicalFilePath();
+    const QFileInfo page(target.isEmpty() ? plan.report.file : target);
     const Archive::Descriptor folder = Archive::openFolder(page.path());
     return isWithin(folder, Archive::openFolder(SourceChoice().folder))
         || (page.fileName().startsWith(QLatin1String("zib"))

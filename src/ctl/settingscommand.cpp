@@ -287,6 +287,11 @@ ExitStatus change(const Plan &plan, const Setting &setting, const QVariant &valu
                     BusName::adminGroup);
         return ExitStatus::Failed;
     }
+    if (setting.key && !StoredTexts(bus, plan.output.isQuiet).text(setting.key)
+        && !plan.output.isQuiet) {
+        Messages::tell(QStringLiteral("%1 is changed, and may not be kept over a start")
+                           .arg(QLatin1String(setting.name)));
+    }
     return ExitStatus::Done;
 }
 

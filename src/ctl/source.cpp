@@ -28,6 +28,10 @@ bool Source::openCatalogue()
                                           "known; name one with -C")
                                .arg(choice.catalogue));
         }
+    } else if (events->events.isEmpty() && !quiet) {
+        Messages::tell(QStringLiteral("%1: the catalogue has no events; \"systemeventctl catalogue "
+                                      "check\" says why")
+                           .arg(choice.catalogue));
     }
     return true;
 }

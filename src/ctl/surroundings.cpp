@@ -71,14 +71,21 @@ bool isInPath(const std::string &program)
     return false;
 }
 
-//! What the user has named is run as it is; a device may have none at all.
-std::string pagerOfUser()
+/*!
+ * What the user has named is run as it is, unless it is a program that is not there: what
+ * is printed would be lost with it. A device may have none at all, and a terminal that can
+ * do nothing no use for one.
+ */
+std::string pagerOfUser(bool isCapable)
 {
     if (std::getenv("PAGER")) { // NOLINT(concurrency-mt-unsafe)
-        const std::string_view named = variable("PAGER");
-        return named == "cat" ? std::string() : std::string(named);
+        const std::string named(variable("PAGER"));
+        const bool isWord = named.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQR"
+                                                    "STUVWXYZ0123456789-_.+")
+            == std::string::npos;
+        return named == "cat" || (isWord && !isInPath(named)) ? std::string() : named;
     }
-    return isInPath("less") ? "less -FRX" : "";
+    return isCapable && isInPath("less") ? "less -FRX" : "";
 }
 
 } // namespace
@@ -93,10 +100,10 @@ Surroundings Surroundings::look()
     found.canAsk = ::isatty(STDIN_FILENO) == 1 && ::isatty(STDERR_FILENO) == 1;
     if (found.isTerminal) {
         const std::string_view terminal = variable("TERM");
-        found.takesColours
-            = variable("NO_COLOR").empty() && !terminal.empty() && terminal != "dumb";
+        const bool isCapable = !terminal.empty() && terminal != "dumb";
+        found.takesColours = variable("NO_COLOR").empty() && isCapable;
         found.columns = columnsOfTerminal();
-        found.pager = pagerOfUser();
+        found.pager = pagerOfUser(isCapable);
     }
     return found;
 }

@@ -245,6 +245,7 @@ void CtlCollectTest::lines_data()
     row("without a number it begins with the oldest", two, {}, "3 4 5 6 7 8 resume 8");
     row("so it does behind 0", two, behind(0, "1970-01-01T00:00:00.000000Z"_s),
         "3 4 5 6 7 8 resume 8");
+    row("so it does behind no record at all", two, {"--after"_s, "0"_s}, "3 4 5 6 7 8 resume 8");
     row("behind a record comes what is newer", two, behind(4), "5 6 7 8 resume 8");
     row("behind the last one of a file comes the next file", two, behind(5), "6 7 8 resume 8");
     row("behind the last one nothing is new", two, behind(8), "resume 8");

@@ -61,6 +61,14 @@ void CtlCommandLineTest::wrongUsage_data()
     QTest::newRow("an option of another command is unknown")
         << QStringList{"verify"_s, "--dry-run"_s} << "--dry-run"_s;
     QTest::newRow("one command at a time") << QStringList{"verify"_s, "repair"_s} << "repair"_s;
+    QTest::newRow("words are told in their order")
+        << QStringList{"verify"_s, "one"_s, "two"_s} << "these were not expected: one two;"_s;
+    QTest::newRow("a command behind options is told where it belongs")
+        << QStringList{"-q"_s, "stats"_s} << "a command stands in front of its options"_s;
+    QTest::newRow("a number goes with its time")
+        << QStringList{"collect"_s, "--after"_s, "5"_s} << "--after and --at go together"_s;
+    QTest::newRow("and a time with its number")
+        << QStringList{"collect"_s, "--at"_s, "now"_s} << "--after and --at go together"_s;
     QTest::newRow("an option without its value is told")
         << QStringList{"verify"_s, "-D"_s} << "-"_s;
     QTest::newRow("an option comes once")

@@ -190,6 +190,8 @@ void CtlReportTest::refusals_data()
     QTest::newRow("a log file") << "LOG/zib0.log"_s << 2 << QByteArray("a place of log files");
     QTest::newRow("what the daemon would take for one")
         << "LOG/zib1.html"_s << 2 << QByteArray("a place of log files");
+    QTest::newRow("a log file through a link")
+        << "OUT/linked.html"_s << 2 << QByteArray("a place of log files");
 }
 
 void CtlReportTest::refusals()
@@ -199,7 +201,11 @@ void CtlReportTest::refusals()
     QFETCH(QByteArray, reason);
     target.replace("OUT"_s, out->path()).replace("LOG"_s, log->dir().path());
     log->put(0, numbered(1, 4));
+    if (target.endsWith("linked.html"_s)) {
+        QVERIFY(QFile::link(log->path("zib0.log"_s), target));
+    }
     const CtlRun run = report(target);
+    (void)QFile::remove(out->filePath("linked.html"_s));
     QCOMPARE(run.status, status);
     QVERIFY2(run.errors.contains(reason), run.errors.constData());
     QVERIFY(run.errors.contains(target.toUtf8()));

@@ -23,6 +23,7 @@ private Q_SLOTS:
     void showsThemAsObjects();
     void storedIsUnknown_data();
     void storedIsUnknown();
+    void changeMayNotBeKept();
     void changes_data();
     void changes();
     void refused_data();
@@ -152,6 +153,19 @@ void CtlSettingsTest::storedIsUnknown()
     if (ConfigService::Manner(manner) == ConfigService::Manner::IsSilent) {
         device->config.release();
     }
+}
+
+//! What the daemon cannot have stored is told, though it is changed.
+void CtlSettingsTest::changeMayNotBeKept()
+{
+    device->config.behave(ConfigService::Manner::IsAbsent);
+    const CtlRun run = runCtl({"settings"_s, "logtail"_s, "9"_s});
+    QCOMPARE(run.status, 0);
+    QVERIFY2(run.errors.endsWith(
+                 "systemeventctl: logtail is changed, and may not be kept over a start\n"),
+             run.errors.constData());
+    QCOMPARE(runCtl({"settings"_s, "logtail"_s, "8"_s, "-q"_s}).errors, QByteArray());
+    QCOMPARE(device->property("logtail"_s).toInt(), 8);
 }
 
 void CtlSettingsTest::changes_data()

@@ -120,6 +120,8 @@ private Q_SLOTS:
     void times_data();
     void times();
     void textForPeople();
+    void jsonMovesNoCursor();
+    void catalogueOfNothing();
     void csv();
     void csvQuotes();
     void raw();
@@ -582,6 +584,31 @@ void CtlShowTest::textForPeople()
                         "11 2023-11-14 22:13:20.250000 -      555      /power/supply\n"
                         "12 2023-11-14 22:13:20.250000 notice string   /power/supply        "
                         "\\x1b[2J\\x9b\\x0d\\x0afeed\\u202e\\x7f\n"));
+}
+
+//! JSON is printed on terminals, too; a salvage prints nothing else unless told otherwise.
+void CtlShowTest::jsonMovesNoCursor()
+{
+    const QByteArray text
+        = "\x7F\xC2\x80\xC2\x9F\xC2\xA0\xE2\x80\x8D\xE2\x80\x8E\xE2\x80\xA8"
+          "\xE2\x80\xAE\xE2\x80\xAF\xE2\x81\xA5\xE2\x81\xA6\xE2\x81\xA9\xE2\x81\xAA\xC2";
+    folder->put(0, storedEvent(1, text));
+    const CtlRun run = show({"-o"_s, "json"_s});
+    const QByteArray escaped
+        = "\\u007F\\u0080\\u009F\xC2\xA0\xE2\x80\x8D\\u200E\\u2028"
+          "\\u202E\xE2\x80\xAF\xE2\x81\xA5\\u2066\\u2069\xE2\x81\xAA\xEF\xBF\xBD";
+    QVERIFY2(run.out.contains("\"message\":\"" + escaped + "\""), run.out.constData());
+    QCOMPARE(run.objects().value(0).value("message"_s).toString(), QString::fromUtf8(text));
+}
+
+void CtlShowTest::catalogueOfNothing()
+{
+    folder->put(0, supply(1));
+    const QStringList options{"show"_s, "-D"_s, folder->dir().path(), "-C"_s, "/dev/null"_s};
+    const CtlRun run = runCtl(options);
+    QCOMPARE(run.status, 0);
+    QVERIFY2(run.errors.contains("/dev/null: the catalogue has no events"), run.errors.constData());
+    QCOMPARE(runCtl(options + QStringList{"-q"_s}).errors, QByteArray());
 }
 
 void CtlShowTest::csv()

@@ -215,6 +215,7 @@ void CtlTerminalTest::pager_data()
     QTest::newRow("not where it is not wanted") << pager << "--no-pager"_s << false;
     QTest::newRow("not in a pipe") << pager << "| cat"_s << false;
     QTest::newRow("an empty one is none") << "PAGER="_s << QString() << false;
+    QTest::newRow("one that is not there is none") << "PAGER=nosuchpager"_s << QString() << false;
 }
 
 void CtlTerminalTest::pager()
@@ -239,6 +240,9 @@ void CtlTerminalTest::usualPager()
     QVERIFY(less.setPermissions(QFile::ReadOwner | QFile::ExeOwner));
     const QByteArray shown = run("unset PAGER; PATH="_s + programs.path() + ":$PATH"_s + line());
     QVERIFY2(shown.startsWith("less -FRX utf-8\n"), shown.constData());
+    const QByteArray plain
+        = run("unset PAGER; TERM=dumb; PATH="_s + programs.path() + ":$PATH"_s + line());
+    QVERIFY2(plain.startsWith(" 9 "), plain.constData()); // it would ask to go on
 }
 
 void CtlTerminalTest::withoutAnyPager()

@@ -411,7 +411,9 @@ void CtlWatchTest::marks_data()
     fits("an enum as an int", 8, {7});
     fits("an enum as a bool", 8, {true});
     fits("an enum in front as a bool", 10, {false, 0.5});
-    fits("the longest string", 1002, {QString(65535, QLatin1Char('x'))});
+    fits("a string that nearly fills a record", 1002, {QString(65400, QLatin1Char('x'))});
+    row("a string that more than fills it", 1002, {QString(65535, QLatin1Char('x'))},
+        "its record has 65578 bytes, and the log takes 65535 at most"_s);
     row("a value too few", 1001, {true}, "2 values are declared, and 1 sent"_s);
     row("a value too many", 1003, {true}, "0 values are declared, and 1 sent"_s);
     row("a bool as an int", 1001, {1, 5}, "mains: it is declared as bool and sent as i"_s);
