@@ -131,10 +131,10 @@ SelectionChoice selectionOf(const Typed &typed, const Instant &now)
     });
     chosen.newestFirst = typed.isOn(OptionId::NewestFirst);
     forEach(typed, OptionId::Since, [&](const char *name, const std::string &text) {
-        chosen.since = OptionValues::time(name, text, now);
+        chosen.since = OptionValues::time(name, text, now, TimePoint::Reading::First);
     });
     forEach(typed, OptionId::Until, [&](const char *name, const std::string &text) {
-        chosen.until = OptionValues::time(name, text, now);
+        chosen.until = OptionValues::time(name, text, now, TimePoint::Reading::Second);
     });
     forEach(typed, OptionId::Number, [&](const char *name, const std::string &text) {
         chosen.numbers.push_back(OptionValues::numberRange(name, text));
@@ -298,7 +298,7 @@ CollectChoice collectOf(const Typed &typed, const Instant &now)
     }
     forEach(typed, OptionId::At, [&](const char *name, const std::string &text) {
         std::string written;
-        collect.time = OptionValues::time(name, text, now);
+        collect.time = OptionValues::time(name, text, now, TimePoint::Reading::Second);
         if (!appendTime(written, collect.time.seconds, collect.time.microseconds)) {
             throw WrongUsage{std::string(name) + ": \"" + text + "\" is no time of a record"};
         }

@@ -110,9 +110,10 @@ EventChoice event(const char *option, const std::string &text)
     return QString::fromStdString(text);
 }
 
-Instant time(const char *option, const std::string &text, const Instant &now)
+Instant time(const char *option, const std::string &text, const Instant &now,
+             TimePoint::Reading reading)
 {
-    const std::optional<Instant> found = TimePoint::read(text, now);
+    const std::optional<Instant> found = TimePoint::read(text, now, reading);
     if (!found) {
         throw WrongUsage{std::string(option) + ": \"" + text
                          + "\" is no time; such are: " + TimePoint::accepted};

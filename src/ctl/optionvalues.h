@@ -21,7 +21,8 @@ Archive::NumberRange numberRange(const char *option, const std::string &text);
 //! "LEVEL", which is that one and the more urgent ones, "A..B", "A.." or "..B".
 LevelRange levelRange(const char *option, const std::string &text);
 EventChoice event(const char *option, const std::string &text);
-Instant time(const char *option, const std::string &text, const Instant &now);
+Instant time(const char *option, const std::string &text, const Instant &now,
+             TimePoint::Reading reading);
 QRegularExpression expression(const char *option, const std::string &text);
 //! A pattern of Glob.
 std::string pattern(const char *option, const std::string &text);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <iterator>
 #include <limits>
+#include <utility>
 
 #include <ctime>
 
@@ -270,7 +271,34 @@ Clock dayOf(const Instant &instant)
     return clock;
 }
 
-std::optional<Instant> readClock(Scanner in, const Instant &now)
+//! Of the local time zone from UTC at an instant.
+std::time_t offsetAt(std::time_t instant)
+{
+    std::tm parts{};
+    (void)localtime_r(&instant, &parts);
+    return parts.tm_gmtoff;
+}
+
+std::time_t readLocal(std::tm parts, Reading reading)
+{
+    constexpr auto aDay = std::time_t(day / second);
+    std::tm normalised = parts;
+    const std::time_t wall = timegm(&normalised);
+    // Where the zone's offset changes, the old one makes the first reading.
+    std::time_t first = wall - offsetAt(wall - aDay);
+    std::time_t last = wall - offsetAt(wall + aDay);
+    if (reading == Reading::Second) {
+        std::swap(first, last);
+    }
+    for (const std::time_t instant : {first, last}) {
+        if (instant + offsetAt(instant) == wall) {
+            return instant;
+        }
+    }
+    return std::mktime(&parts); // a time that is left out, as when summer time begins
+}
+
+std::optional<Instant> readClock(Scanner in, const Instant &now, Reading reading)
 {
     Clock clock = dayOf(now);
     Scanner front = in;
@@ -286,13 +314,13 @@ std::optional<Instant> readClock(Scanner in, const Instant &now)
         }
     }
     const std::time_t seconds = clock.offset ? timegm(&clock.parts) - std::time_t(*clock.offset)
-                                             : std::mktime(&clock.parts);
+                                             : readLocal(clock.parts, reading);
     return instantOf(qint64(seconds) * second + clock.microseconds);
 }
 
 } // namespace
 
-std::optional<Instant> read(std::string_view text, const Instant &now)
+std::optional<Instant> read(std::string_view text, const Instant &now, Reading reading)
 {
     if (text == "now") {
         return now;
@@ -303,7 +331,7 @@ std::optional<Instant> read(std::string_view text, const Instant &now)
     if (const std::optional<Instant> found = readSpan(Scanner(text), now)) {
         return found;
     }
-    return readClock(Scanner(text), now);
+    return readClock(Scanner(text), now, reading);
 }
 
 } // namespace TimePoint

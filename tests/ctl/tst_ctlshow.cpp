@@ -119,6 +119,7 @@ private Q_SLOTS:
     void unknownLanguage();
     void times_data();
     void times();
+    void timesThatComeTwice();
     void textForPeople();
     void jsonMovesNoCursor();
     void catalogueOfNothing();
@@ -567,6 +568,30 @@ void CtlShowTest::times()
     QVERIFY2(table.out.contains(cell), table.out.constData());
     const CtlRun json = showWith(zone, split + QStringList{"-o"_s, "json"_s});
     QVERIFY(json.out.contains(R"("time":"2023-11-14T22:13:20.250000Z")")); // a contract
+}
+
+//! Its printed time is that of another instant, too: -S takes the first, -U the second.
+void CtlShowTest::timesThatComeTwice()
+{
+    QByteArray bytes;
+    Fields fields;
+    fields.logNr = 0;
+    for (const qint64 seconds : {1792887600, 1792888200, 1792891800, 1792892400}) {
+        ++fields.logNr;
+        fields.seconds = seconds;
+        fields.microseconds = 0;
+        fields.eventId = 9;
+        fields.values = sized("text");
+        bytes += record(fields);
+    }
+    folder->put(0, bytes);
+    const QString zone = "TZ=CET-1CEST,M3.5.0,M10.5.0/3"_s;
+    const auto numbers
+        = [&](const QStringList &options) { return numbersOf(showWith(zone, options).out); };
+    QCOMPARE(showWith(zone, {}).out.count("2026-10-25 02:30:00.000000"), QByteArray::size_type(2));
+    QCOMPARE(numbers({"-S"_s, "2026-10-25 02:30"_s}), "2 3 4"_s);
+    QCOMPARE(numbers({"-U"_s, "2026-10-25 02:30"_s}), "1 2 3"_s);
+    QCOMPARE(numbers({"-S"_s, "2026-10-25 02:30"_s, "-U"_s, "2026-10-25 02:30"_s}), "2 3"_s);
 }
 
 void CtlShowTest::textForPeople()

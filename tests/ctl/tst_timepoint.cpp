@@ -30,6 +30,8 @@ private Q_SLOTS:
     void whatIsPrintedIsTaken_data();
     void whatIsPrintedIsTaken();
     void summerTime();
+    void readings_data();
+    void readings();
 };
 
 void TimePointTest::initTestCase()
@@ -86,7 +88,7 @@ void TimePointTest::instants()
 {
     QFETCH(QByteArray, text);
     QFETCH(qint64, microseconds);
-    const auto found = TimePoint::read(text.toStdString(), now);
+    const auto found = TimePoint::read(text.toStdString(), now, TimePoint::Reading::First);
     QVERIFY(found);
     QCOMPARE(qint64(found->seconds) * 1000000 + found->microseconds, microseconds);
 }
@@ -146,7 +148,7 @@ void TimePointTest::noTimes_data()
 void TimePointTest::noTimes()
 {
     QFETCH(QByteArray, text);
-    QVERIFY(!TimePoint::read(text.toStdString(), now));
+    QVERIFY(!TimePoint::read(text.toStdString(), now, TimePoint::Reading::First));
 }
 
 void TimePointTest::whatIsPrintedIsTaken_data()
@@ -170,7 +172,7 @@ void TimePointTest::whatIsPrintedIsTaken()
     QVERIFY(TimeText(TimeStyle(style), later).append(printed, now.seconds, now.microseconds));
     QCOMPARE(QByteArray::fromStdString(printed), text);
     QVERIFY(printed.size() <= TimeText(TimeStyle(style), later).width());
-    const auto found = TimePoint::read(printed, later);
+    const auto found = TimePoint::read(printed, later, TimePoint::Reading::First);
     QVERIFY(found);
     QVERIFY(!(*found < now) && !(now < *found));
 }
@@ -192,6 +194,44 @@ void TimePointTest::summerTime()
     // What only damage makes is no time.
     QCOMPARE(text(iso, quint64(253402300800)), QByteArray("none"));
     QCOMPARE(text(relative, ~quint64(0)), QByteArray("none"));
+}
+
+void TimePointTest::readings_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<quint64>("first");
+    QTest::addColumn<quint64>("second");
+
+    const auto row = [](const char *name, const char *text, quint64 first, quint64 second) {
+        QTest::newRow(name) << QByteArray(text) << first << second;
+    };
+    // Summer time ends at 01:00 UTC, when it is 03:00, and 02:00 again.
+    constexpr quint64 end = 1792890000;
+    row("in the repeated hour there are two", "2026-10-25 02:30", end - 1800, end + 1800);
+    row("at its beginning as well", "2026-10-25 02:00", end - 3600, end);
+    row("and at its end", "2026-10-25 02:59:59", end - 1, end + 3599);
+    row("in front of it there is one", "2026-10-25 01:59:59", end - 3601, end - 3601);
+    row("and behind it", "2026-10-25 03:00", end + 3600, end + 3600);
+    row("one with its offset is one", "2026-10-25 02:30+01:00", end + 1800, end + 1800);
+    row("a day that is longer begins once", "2026-10-25", end - 10800, end - 10800);
+    row("in summer there is one", "2026-07-01 12:00", 1782900000, 1782900000);
+}
+
+void TimePointTest::readings()
+{
+    QFETCH(QByteArray, text);
+    QFETCH(quint64, first);
+    QFETCH(quint64, second);
+    // Both, whichever half of the year it is, and in either order.
+    for (const Instant &present : {now, Instant{1782900000, 0}}) {
+        const auto read = [&](TimePoint::Reading reading) {
+            const auto found = TimePoint::read(text.toStdString(), present, reading);
+            return found ? found->seconds : 0;
+        };
+        QCOMPARE(read(TimePoint::Reading::First), first);
+        QCOMPARE(read(TimePoint::Reading::Second), second);
+        QCOMPARE(read(TimePoint::Reading::First), first);
+    }
 }
 
 QTEST_GUILESS_MAIN(TimePointTest)
