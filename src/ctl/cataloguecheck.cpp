@@ -515,6 +515,23 @@ QString loadedText(const Document &document)
     return text;
 }
 
+//! What the daemon reads otherwise than it is meant, without an end of reading.
+void checkReading(const Document &document, CatalogueFindings &findings)
+{
+    if (document.replaced) {
+        findings.error(*document.replaced, "encoding",
+                       QStringLiteral("bytes do not fit the encoding %1, and U+FFFD is shown for "
+                                      "them; save the file as UTF-8, and declare that")
+                           .arg(quoted(document.encoding)));
+    }
+    for (const Document::Unread &each : document.unread) {
+        findings.error(each.place, "entity",
+                       QStringLiteral("entity %1 stands in another file, which the daemon does "
+                                      "not read: nothing is put in its place; write it out here")
+                           .arg(quoted(each.entity)));
+    }
+}
+
 void checkEnd(const Context &context, CatalogueFindings &findings)
 {
     if (context.isWhole) {
@@ -523,7 +540,8 @@ void checkEnd(const Context &context, CatalogueFindings &findings)
     const Document::Stop &stop = *context.document.stop;
     switch (stop.reason) {
     case Document::Stop::Reason::Xml:
-        findings.end(stop.place, "xml",
+    case Document::Stop::Reason::Byte:
+        findings.end(stop.place, stop.reason == Document::Stop::Reason::Xml ? "xml" : "encoding",
                      stop.text + QStringLiteral("; the daemon stops reading here")
                          + loadedText(context.document));
         return;
@@ -548,6 +566,7 @@ CatalogueFindings checkCatalogue(const CatalogueDocument &document)
     CatalogueFindings findings;
     const Context context(document);
     checkEnd(context, findings);
+    checkReading(document, findings);
     checkNesting(context, findings);
     checkIds(context, findings);
     checkNames(context, findings);

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string_view>
+#include <tuple>
 
 namespace
 {
@@ -121,6 +122,91 @@ Place placeOf(const QByteArray &bytes, qsizetype end)
     return {before.count('\n') + 1, QString::fromUtf8(before.mid(lineBegin)).size() + 1};
 }
 
+bool isUtf16(const QByteArray &bytes)
+{
+    return bytes.startsWith("\xFF\xFE") || bytes.startsWith("\xFE\xFF");
+}
+
+//! How often U+FFFD itself is written in a file whose encoding is none of Unicode's own.
+int writtenReplacements(const QByteArray &bytes)
+{
+    const QByteArray lower = bytes.toLower();
+    // The last one is the character's own sequence in GB 18030.
+    return int(lower.count("&#xfffd;") + lower.count("&#65533;") + bytes.count("\x84\x31\xA4\x37"));
+}
+
+//! The characters of a file, as far as its markup and the names in it need them.
+QString markupOf(const QByteArray &bytes, bool isUtf8)
+{
+    if (isUtf16(bytes)) {
+        QString text;
+        const int high = bytes.startsWith("\xFE\xFF") ? 0 : 1;
+        for (int i = 2; i + 1 < int(bytes.size()); i += 2) {
+            const auto unit = uint(uchar(bytes.at(i + high))) << 8 | uchar(bytes.at(i + 1 - high));
+            text += QChar(unit);
+        }
+        return text;
+    }
+    return isUtf8 ? QString::fromUtf8(bytes) : QString::fromLatin1(bytes);
+}
+
+//! The end of what begins here: of markup that holds no references, else of the character.
+QString::size_type markupEnd(const QString &text, QString::size_type begin)
+{
+    static constexpr const char *passed[][2] = {{"<!--", "-->"}, {"<![CDATA[", "]]>"}};
+    for (const auto &[open, close] : passed) {
+        if (text.at(begin) == QLatin1Char('<')
+            && text.mid(begin, 9).startsWith(QLatin1String(open))) {
+            const auto found = text.indexOf(QLatin1String(close), begin);
+            return found < 0 ? text.size() : found;
+        }
+    }
+    return begin + 1;
+}
+
+//! The name of the entity that the "&" at this place refers to; empty if it does not.
+QString referencedName(const QString &text, QString::size_type begin)
+{
+    auto end = begin + 1;
+    while (end < text.size() && !QStringLiteral(";&<").contains(text.at(end))) {
+        ++end;
+    }
+    const bool isReference = end < text.size() && text.at(end) == QLatin1Char(';');
+    return isReference ? text.mid(begin + 1, end - begin - 1) : QString();
+}
+
+/*!
+ * The references in \a text to the entities of these \a names, also those within other entities,
+ * up to where reading stops. The reader puts nothing in their place and does not tell where.
+ */
+std::vector<CatalogueDocument::Unread> referencesTo(const QSet<QString> &names, const QString &text,
+                                                    const std::optional<Stop> &stop)
+{
+    const auto isBehind = [&stop](const Place &end) {
+        return stop
+            && std::tie(end.line, end.column) >= std::tie(stop->place.line, stop->place.column);
+    };
+    std::vector<CatalogueDocument::Unread> found;
+    Place place;
+    for (QString::size_type i = 0; i < text.size();) {
+        if (isBehind(place)) {
+            break;
+        }
+        if (text.at(i) == QLatin1Char('&')) {
+            const QString name = referencedName(text, i);
+            // One that is the error itself is told as such.
+            if (names.contains(name) && !isBehind({place.line, place.column + name.size() + 1})) {
+                found.push_back({place, name});
+            }
+        }
+        for (const auto end = markupEnd(text, i); i < end; ++i) {
+            const bool isLineEnd = text.at(i) == QLatin1Char('\n');
+            place = {place.line + (isLineEnd ? 1 : 0), isLineEnd ? 1 : place.column + 1};
+        }
+    }
+    return found;
+}
+
 class Walk
 {
 public:
@@ -138,8 +224,14 @@ public:
             device.beginPiece();
             begin = here();
             switch (xml.readNext()) {
+            case QXmlStreamReader::StartDocument:
+                document.encoding = xml.documentEncoding().toString();
+                break;
             case QXmlStreamReader::DTD:
                 checkDocumentType();
+                break;
+            case QXmlStreamReader::EntityReference:
+                readReference();
                 break;
             case QXmlStreamReader::StartElement:
                 startElement();
@@ -153,6 +245,12 @@ public:
         }
         if (xml.hasError() && !document.stop) {
             stopAtError();
+        }
+        if (!unreadNames.isEmpty()) {
+            document.unread = referencesTo(unreadNames, markupOf(bytes, isUtf8()), document.stop);
+        }
+        if (document.replaced && replacements <= writtenReplacements(bytes)) {
+            document.replaced.reset();
         }
     }
 
@@ -209,16 +307,16 @@ private:
         }
         // What the reader has read last is the character that it does not take.
         const Place place{xml.lineNumber(), std::max<qint64>(xml.columnNumber(), 1)};
-        const bool isUtf8 = xml.documentEncoding().isEmpty()
-            || xml.documentEncoding().compare(QLatin1String("UTF-8"), Qt::CaseInsensitive) == 0;
-        const bool isUtf16 = bytes.startsWith("\xFF\xFE") || bytes.startsWith("\xFE\xFF");
         if (xml.errorString().startsWith(QLatin1String("Encountered incorrectly encoded"))) {
-            stopAtBytes(place, isUtf8 && !isUtf16);
+            stopAtBytes(place, isUtf8() && !isUtf16(bytes));
         } else if (xml.error() == QXmlStreamReader::PrematureEndOfDocumentError) {
             stop(Stop::Reason::Xml, place,
                  open.empty() ? QStringLiteral("the file ends before any element")
                               : QStringLiteral("the file ends within \"%1\" of line %2")
                                     .arg(open.back().name, QString::number(open.back().line)));
+        } else if (isAtSubstitute()) {
+            stop(Stop::Reason::Byte, place,
+                 QStringLiteral("a byte does not fit the encoding; save the file as UTF-8"));
         } else {
             QString text = errorText(xml);
             if (!open.empty() && text.startsWith(QLatin1String("Opening and ending tag"))) {
@@ -226,6 +324,51 @@ private:
                            .arg(open.back().name, QString::number(open.back().line));
             }
             stop(Stop::Reason::Xml, place, text);
+        }
+    }
+
+    //! In the place of a byte that fits no character a decoder may put a control character, which
+    //! XML does not know. The file itself has none.
+    [[nodiscard]] bool isAtSubstitute() const
+    {
+        const auto isControl
+            = [](char c) { return uchar(c) < 0x20 && c != '\t' && c != '\n' && c != '\r'; };
+        return !isOfUnicode() && xml.errorString().startsWith(QLatin1String("Unexpected ''"))
+            && std::none_of(bytes.cbegin(), bytes.cend(), isControl);
+    }
+
+    //! Of such an encoding the reader tells what does not fit, and U+FFFD is a character like any
+    //! other.
+    [[nodiscard]] bool isOfUnicode() const
+    {
+        return document.encoding.isEmpty()
+            || document.encoding.contains(QLatin1String("UTF"), Qt::CaseInsensitive);
+    }
+
+    [[nodiscard]] bool isUtf8() const
+    {
+        return document.encoding.isEmpty()
+            || document.encoding.compare(QLatin1String("UTF-8"), Qt::CaseInsensitive) == 0;
+    }
+
+    void countReplacements(const QString &text)
+    {
+        const auto count = int(text.count(QChar(QChar::ReplacementCharacter)));
+        if (count == 0 || isOfUnicode()) {
+            return;
+        }
+        replacements += count;
+        if (!document.replaced) {
+            document.replaced = begin;
+        }
+    }
+
+    void readReference()
+    {
+        unreadNames.insert(xml.name().toString());
+        if (++references > maxReferences && !document.stop) {
+            stop(Stop::Reason::Limit, begin,
+                 QStringLiteral("more than 1,000 entities that stand in another file"));
         }
     }
 
@@ -245,7 +388,13 @@ private:
 
     void checkDocumentType()
     {
-        const bool expands = !xml.entityDeclarations().isEmpty();
+        const auto entities = xml.entityDeclarations();
+        for (const QXmlStreamEntityDeclaration &each : entities) {
+            if (!each.systemId().isEmpty() || !each.publicId().isEmpty()) {
+                unreadNames.insert(each.name().toString());
+            }
+        }
+        const bool expands = !entities.isEmpty();
         if (xml.text().size() > maxDocumentType || (expands && bytes.count('&') > maxReferences)) {
             stop(Stop::Reason::Limit, begin,
                  QStringLiteral("a document type that makes much of little; a catalogue needs "
@@ -276,6 +425,10 @@ private:
         }
         const QString parent = open.empty() ? QString() : open.back().name;
         const QString name = xml.name().toString();
+        const auto attributes = xml.attributes();
+        for (const QXmlStreamAttribute &each : attributes) {
+            countReplacements(each.value().toString());
+        }
         if (open.empty()) {
             document.root = begin;
         }
@@ -342,15 +495,43 @@ private:
         }
     }
 
+    //! QXmlStreamReader::readElementText, but for the entities that it passes over. At an error:
+    //! what was read before it.
+    QString readText()
+    {
+        QString text;
+        for (;;) {
+            switch (xml.readNext()) {
+            case QXmlStreamReader::EntityReference:
+                readReference();
+                break;
+            case QXmlStreamReader::Characters:
+                text += xml.text();
+                break;
+            case QXmlStreamReader::Comment:
+            case QXmlStreamReader::ProcessingInstruction:
+                break;
+            case QXmlStreamReader::EndElement:
+                return text;
+            default:
+                if (!xml.hasError()) {
+                    xml.raiseError(QStringLiteral("Expected character data."));
+                }
+                return text;
+            }
+        }
+    }
+
     void readDescription(const QString &parent)
     {
         CatalogueDocument::Event *const event = eventOf("description", parent);
         const QString lang = attribute("lang");
-        const QString text = xml.readElementText(); // at an error: what was read before it
+        const QString text = readText();
         inText = xml.hasError() && event;
         if (!xml.hasError()) {
             open.pop_back();
         }
+        countReplacements(text);
         if (event) {
             event->texts.push_back({begin, lang, text});
         }
@@ -392,7 +573,10 @@ private:
     Place begin; //!< of the token at hand
     std::vector<Open> open;
     QString service;
-    QSet<QString> unknown; //!< elements
+    QSet<QString> unknown;     //!< elements
+    QSet<QString> unreadNames; //!< of entities that stand in another file
+    int references = 0;        //!< to those that are not even declared in this one
+    int replacements = 0;      //!< U+FFFD in what is read
     int elements = 0;
     bool inText = false;
 };

@@ -88,12 +88,19 @@ struct CatalogueDocument {
         enum class Reason : quint8 {
             Xml,   //!< an error, at which a loader stops, too
             Bytes, //!< the same: what does not fit the encoding
+            Byte,  //!< the same, but all before it is read
             Limit, //!< of what is walked through here; a loader goes on
         };
         Reason reason = Reason::Xml;
         Place place;
         QString text; //!< what is wrong
         bool isInText = false;
+    };
+
+    //! A reference to an entity that is read as nothing, as it stands in another file.
+    struct Unread {
+        Place place;
+        QString entity;
     };
 
     static CatalogueDocument read(const QByteArray &bytes);
@@ -105,5 +112,9 @@ struct CatalogueDocument {
     std::vector<Event> events; //!< in the order of the file, as all here
     std::vector<Enum> enums;
     std::vector<Oddity> oddities;
+    std::vector<Unread> unread; //!< none behind the end of reading
+    //! The first element for whose bytes U+FFFD is read, as they do not fit the encoding.
+    std::optional<Place> replaced;
+    QString encoding; //!< as declared; may be empty
     std::optional<Stop> stop;
 };

@@ -86,6 +86,8 @@ private Q_SLOTS:
 
 private:
     static void addColumns();
+    static void addEntities(const QByteArray &begin);
+    static void addMisfits();
     void checkFindings();
     QString put(const QByteArray &content, const QString &name = "c.xml"_s);
 
@@ -576,6 +578,44 @@ void CtlCatalogueTest::documents_data()
         << whole("<!DOCTYPE x [<!ENTITY c 'degrees'>]>" + begin + "</enum>\n<service name=\"s\">"
                  + anEvent({}, "&c;") + "</service></x>")
         << QString();
+    addEntities(begin + "</enum>\n<service name=\"s\">");
+}
+
+// Entities of other files, in a document of which this is the first half.
+void CtlCatalogueTest::addEntities(const QByteArray &begin)
+{
+    const QByteArray end = "</service></x>";
+    const QByteArray external
+        = "<!DOCTYPE x [\n<!ENTITY a SYSTEM 'texts.ent'>\n<!ENTITY b '(&a;)'>]>";
+    const auto lost = [](const char *place, const char *name) {
+        return QString::fromLatin1(place)
+            + R"(: error: entity "%1" stands in another file, which the daemon does not read: nothing is put in its place; write it out here)"_s
+                  .arg(QString::fromLatin1(name));
+    };
+    QTest::newRow("an entity of another file that nothing uses is fine")
+        << whole("<!DOCTYPE x [\n<!ENTITY a SYSTEM 'texts.ent'>]>" + begin
+                 + anEvent({}, "<!-- &a; --><![CDATA[&a;]]>text") + end)
+        << QString();
+    QTest::newRow("an entity of another file is an error where it is used")
+        << whole(QByteArray(external).replace("(&a;)", "c") + begin
+                 + anEvent({}, "one &a;\xC3\xA4 &a; &b;") + end + "<!-- &a; -->\n")
+        << lost("5:87", "a") + "\n"_s + lost("5:92", "a");
+    QTest::newRow("so it is within another entity, and between elements")
+        << whole(external + begin + anEvent({}, "&b;") + "\n&a;" + end)
+        << lost("3:14", "a") + "\n"_s + lost("6:1", "a");
+    QTest::newRow("so is one that only another file could declare")
+        << whole("<!DOCTYPE x SYSTEM 'x.dtd'>" + begin + anEvent({}, "T&uuml;r") + "\n&events;"
+                 + end)
+        << lost("3:84", "uuml") + "\n"_s + lost("4:1", "events");
+    QTest::newRow("in an attribute it is an error of the XML")
+        << whole(external.left(external.indexOf("\n<!ENTITY b")) + "]>" + begin
+                 + "<event id=\"&a;\"/>" + end)
+        << "4:32: error: Reference to external entity 'a' in attribute value; the daemon stops reading here, without a word, and loads no event"_s;
+    QTest::newRow("behind an error it is not told")
+        << whole(external.left(external.indexOf("\n<!ENTITY b")) + "]>" + begin
+                 + anEvent({}, "&a; & &a;") + end)
+        << lost("4:83", "a")
+            + "\n4:88: error: \"&\" begins no entity; write &amp; for it; the daemon stops reading here, without a word, and loads 1 event, 1 \"one\", whose text in \"en\" is cut here"_s;
 }
 
 void CtlCatalogueTest::documents()
@@ -612,12 +652,61 @@ void CtlCatalogueTest::encodings_data()
     const QByteArray latin1 = framed(anEvent({}, "T\xFCr")).replace("UTF-8", "ISO-8859-1");
     QTest::newRow("Latin-1 is fine where it is declared") << whole(latin1) << QString();
     QTest::newRow("a byte-order mark is fine") << whole("\xEF\xBB\xBF" + framed(text)) << QString();
+    QTest::newRow("an entity of another file is found in UTF-16, too")
+        << utf16("<!DOCTYPE x [<!ENTITY a SYSTEM 'b'>]>\n"_s + begin.mid(22)
+                 + QString::fromUtf8(anEvent({}, "T\xC3\xBCr &a;")) + end)
+        << R"(4:69: error: entity "a" stands in another file, which the daemon does not read: nothing is put in its place; write it out here)"_s;
+    addMisfits();
     QTest::newRow("an unknown encoding is an error")
         << whole("<?xml version=\"1.0\" encoding=\"nonsense\"?><x/>")
         << "1:41: error: Encoding nonsense is unsupported; save the file as UTF-8; the daemon stops reading here, without a word, and loads no event"_s;
     QTest::newRow("what is loaded before the bytes that are wrong is told")
         << anEvent({}, "one") + QByteArray(20000, '\n') + "\xFF"
         << R"(20005:1: error: byte 0xFF is no UTF-8; save the file as UTF-8, or declare its encoding in the first line; the daemon stops reading up to 8 KiB before it, without a word, and loads 1 event, 1 "one")"_s;
+}
+
+// Bytes that the declared encoding does not have; the reader takes most of them.
+void CtlCatalogueTest::addMisfits()
+{
+    const auto misfit = [](const char *place, const char *encoding) {
+        return QString::fromLatin1(place)
+            + R"(: error: bytes do not fit the encoding "%1", and U+FFFD is shown for them; save the file as UTF-8, and declare that)"_s
+                  .arg(QString::fromLatin1(encoding));
+    };
+    const auto declared = [](const char *encoding, const QByteArray &elements) {
+        return whole(framed(elements).replace("UTF-8", encoding));
+    };
+    const QByteArray good = anEvent({}, "text");
+    for (const char *const name : {"US-ASCII", "ascii"}) {
+        QTest::addRow("UTF-8 is an error where %s is declared", name)
+            << declared(name,
+                        good + "\n"
+                            + anEvent({}, "T\xC3\xBCr")
+                                  .replace("id=\"1\" name=\"one\"", "id=\"2\" name=\"two\""))
+            << misfit("6:42", name);
+        QTest::addRow("Latin-1 is an error where %s is declared", name)
+            << declared(name, anEvent({}, "T\xFCr")) << misfit("5:42", name);
+    }
+    QTest::newRow("so it is in an attribute")
+        << declared("US-ASCII", QByteArray(good).replace("\"one\"", "\"\xFC\""))
+        << misfit("5:1", "US-ASCII");
+    QTest::newRow("half a character of Shift_JIS is an error")
+        << declared("Shift_JIS", anEvent({}, "T\xFCr")) << misfit("5:42", "Shift_JIS");
+    QTest::newRow("a byte that is no character of Shift_JIS is an error")
+        << declared("Shift_JIS", anEvent({}, "T\xA0r"))
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0) // before: read like the other one
+        << "5:66: error: a byte does not fit the encoding; save the file as UTF-8; the daemon stops reading here, without a word, and loads 1 event, 1 \"one\", whose text in \"en\" is cut here"_s;
+#else
+        << misfit("5:42", "Shift_JIS");
+#endif
+    QTest::newRow("Shift_JIS is fine where it is declared")
+        << declared("Shift_JIS", anEvent({}, "\x83\x68\x83\x41")) << QString();
+    QTest::newRow("the sign for a lost character may be written")
+        << declared("US-ASCII", anEvent({}, "&#xFFFD; &#65533;")) << QString();
+    QTest::newRow("beside the sign for a lost character bytes are found")
+        << declared("US-ASCII", anEvent({}, "T\xFCr &#xfffd;")) << misfit("5:42", "US-ASCII");
+    QTest::newRow("the sign for a lost character may stand in UTF-8")
+        << anEvent({}, "\xEF\xBF\xBD") << QString();
 }
 
 void CtlCatalogueTest::encodings()
@@ -1025,6 +1114,11 @@ void CtlCatalogueTest::hostile_data()
     QTest::newRow("very many elements are not kept")
         << "<x>" + QByteArray("<event/>").repeated(2000000)
         << QByteArray("more than 250,000 elements");
+    QTest::newRow("very many entities of other files are not kept") << "<!DOCTYPE x SYSTEM 'y'><x>"
+            + QByteArray("&a;").repeated(5000000) << QByteArray("more than 1,000 entities");
+    QTest::newRow("nor are they looked for one by one")
+        << "<!DOCTYPE x [<!ENTITY a SYSTEM 'y'>]><x>" + QByteArray("&&a").repeated(5000000)
+        << QByteArray("makes much of little");
     QTest::newRow("a very long text is not kept") << text
             + QByteArray(16000000, 'a') << QByteArray("1:18: error: an element, text or comment");
     QTest::newRow("a very long comment is not kept") << "<x><!--"
