@@ -32,36 +32,49 @@ std::string headOf(const Archive::FileBytes &file)
     return file.read(0, LogFormat::valuesOffset, head) ? std::string(viewOf(head)) : std::string();
 }
 
+} // namespace
+
+void Follower::Position::pass(const Place &place, const Record &record)
+{
+    end = place.end();
+    begin = place.offset;
+    head.assign(record.bytes.substr(0, LogFormat::valuesOffset));
+}
+
 //! Finds the last record that is no damage.
-class Ending : public Archive::Visitor
+class Follower::Ending : public Archive::Visitor
 {
 public:
     void record(const Place &place, const Record &record) override
     {
         if (record.state != State::Damaged) {
             last = record.head;
-            end = place.end();
+            position.pass(place, record);
         }
     }
     void lost(const Place & /*place*/, Archive::Fault /*reason*/) override { }
 
     LogFormat::RecordHead last; //!< a number of 0 where there is none
-    qint64 end = 0;
+    Position position;
 };
 
 //! Passes everything on, and notes the last record.
-class Passing : public Archive::Visitor
+class Follower::Passing : public Archive::Visitor
 {
 public:
-    Passing(Archive::Visitor &visitor, LogFormat::RecordHead &lastRecord)
+    Passing(Archive::Visitor &visitor, LogFormat::RecordHead &lastRecord, Position &behindIt)
         : shown(visitor)
         , last(lastRecord)
+        , position(behindIt)
     {
     }
 
     void record(const Place &place, const Record &record) override
     {
-        last = record.state != State::Damaged ? record.head : last;
+        if (record.state != State::Damaged) {
+            last = record.head;
+            position.pass(place, record);
+        }
         shown.record(place, record);
     }
     void lost(const Place &place, Archive::Fault reason) override { shown.lost(place, reason); }
@@ -69,9 +82,8 @@ public:
 private:
     Archive::Visitor &shown;
     LogFormat::RecordHead &last;
+    Position &position;
 };
-
-} // namespace
 
 //! Finds where a record ends, or the last one whose number is not beyond that.
 class Follower::RecordFinder : public Archive::Visitor
@@ -87,11 +99,13 @@ public:
     {
         const bool isWanted = wanted == Wanted::Itself ? areSame(record.head, head)
                                                        : record.head.logNr <= head.logNr;
-        end = isWanted ? place.end() : end;
+        if (isWanted) {
+            position.pass(place, record);
+        }
     }
     void lost(const Place & /*place*/, Archive::Fault /*reason*/) override { }
 
-    qint64 end = -1; //!< negative: it is not there
+    Position position; //!< the start of the file where it is not there
 
 private:
     const LogFormat::RecordHead &head;
@@ -115,7 +129,7 @@ Follower::Follower(Archive::Folder &followed, const RecordOrder &order)
         last = ending.last;
         if (!bytes) {
             // Behind its last record: a torn end may become one.
-            enter(file->listed, opened, ending.end);
+            enter(file->listed, opened, ending.position);
         }
     }
 }
@@ -164,7 +178,7 @@ void Follower::forgetGone()
     known.erase(std::remove_if(known.begin(), known.end(), isGone), known.end());
 }
 
-void Follower::enter(const Archive::ListedFile &file, const Bytes &opened, qint64 from)
+void Follower::enter(const Archive::ListedFile &file, const Bytes &opened, const Position &from)
 {
     current = file;
     bytes = opened;
@@ -176,35 +190,72 @@ qint64 Follower::endOfLast() const
 {
     const auto size = qint64(bytes->status().st_size);
     QByteArray tail;
-    if (size - shown <= Archive::FileScan::windowSize && bytes->read(shown, size, tail)
+    if (size - shown.end <= Archive::FileScan::windowSize && bytes->read(shown.end, size, tail)
         && Archive::lastRecord({tail.constData(), size_t(tail.size())}) >= 0) {
         return size;
     }
     Ending ending;
     (void)folder.visit(current.index, *bytes, size, ending);
-    return std::max(shown, ending.end);
+    return std::max(shown.end, ending.position.end);
 }
 
 //! Shows what is new of the current file: all of it, or what is surely written.
 void Follower::show(RecordSieve &sieve, bool isComplete)
 {
     const auto size = qint64(bytes->status().st_size);
-    if (size <= shown) {
-        shown = size; // it may have been cut
+    if (size <= shown.end) {
         return;
     }
+    const qint64 begin = shown.end;
     const qint64 end = isComplete ? size : endOfLast();
-    if (end == shown) {
+    if (end == begin) {
         return;
     }
     sieve.useFile(*bytes);
-    Passing passing(sieve, last);
-    Window window(shown, end, passing);
+    Passing passing(sieve, last, shown);
+    Window window(begin, end, passing);
     (void)folder.visit(current.index, *bytes, end, window);
-    if (shown == 0) {
+    if (begin == 0) {
         note(current, *bytes); // it has a first record now
     }
-    shown = end;
+    if (shown.head.empty()) {
+        shown.head = headOf(*bytes); // of damage alone
+    }
+    shown.end = end;
+}
+
+//! Where to go on in a file in which the last record need not be where it was.
+Follower::Position Follower::find(int index, const Archive::FileBytes &opened, Wanted wanted) const
+{
+    RecordFinder finder(last, wanted);
+    if (last.logNr != 0) {
+        (void)folder.visit(index, opened, opened.status().st_size, finder);
+    }
+    return finder.position;
+}
+
+/*!
+ * Goes back where the record that was shown last is no longer there: the current file was
+ * emptied or cut, and may be as long again. What is still there of it is not shown again.
+ */
+void Follower::goBack()
+{
+    const auto size = qint64(bytes->status().st_size);
+    if (size < LogFormat::valuesOffset) {
+        return; // what it is to be is not there yet
+    }
+    QByteArray found;
+    if (shown.head.empty()
+        || (bytes->read(shown.begin, shown.begin + qint64(shown.head.size()), found)
+            && viewOf(found) == shown.head)) {
+        shown.end = std::min(shown.end, size);
+        return;
+    }
+    shown = find(current.index, *bytes, Wanted::Itself);
+    if (shown.end == 0 && isShown(current, *bytes)) {
+        shown = find(current.index, *bytes, Wanted::NotBeyond);
+    }
+    note(current, *bytes);
 }
 
 void Follower::showFile(RecordSieve &sieve, size_t index)
@@ -213,7 +264,7 @@ void Follower::showFile(RecordSieve &sieve, size_t index)
     const Bytes opened = open(file);
     if (opened) {
         note(file, *opened);
-        enter(file, opened, 0);
+        enter(file, opened, {});
         show(sieve, index + 1 < folder.files().size());
     }
 }
@@ -223,15 +274,12 @@ bool Follower::showBehind(RecordSieve &sieve, size_t index, Wanted wanted)
 {
     const Archive::ListedFile &file = folder.files()[index];
     const Bytes opened = open(file);
-    RecordFinder finder(last, wanted);
-    if (opened && last.logNr != 0) {
-        (void)folder.visit(file.index, *opened, opened->status().st_size, finder);
-    }
-    if (finder.end < 0) {
+    const Position position = opened ? find(file.index, *opened, wanted) : Position();
+    if (position.end == 0) {
         return false;
     }
     note(file, *opened);
-    enter(file, opened, finder.end);
+    enter(file, opened, position);
     show(sieve, index + 1 < folder.files().size());
     return true;
 }
@@ -279,6 +327,7 @@ void Follower::catchUp(RecordSieve &sieve)
     const size_t next = found != files.end() ? size_t(found - files.begin()) + 1 : 0;
     if (bytes) {
         current.index = found != files.end() ? found->index : current.index;
+        goBack();
         show(sieve, next < files.size());
     }
     if (!isThere || files.empty()) {

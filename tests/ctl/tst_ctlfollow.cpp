@@ -154,6 +154,9 @@ private Q_SLOTS:
     void numbersThatBeginAgain();
     void fileWrittenWithoutAName();
     void fileWrittenAnew();
+    void fileEmptied_data();
+    void fileEmptied();
+    void fileEmptiedAfterDamage();
     void folderMovedAndBack();
     void damage();
     void emptyFolder();
@@ -381,6 +384,60 @@ void CtlFollowTest::fileWrittenAnew()
     QCOMPARE(::rename(qPrintable(folder->path("new"_s)), qPrintable(folder->path("zib0.log"_s))),
              0);
     QCOMPARE(following.numbers(17), range(1, 17));
+}
+
+void CtlFollowTest::fileEmptied_data()
+{
+    QTest::addColumn<QList<quint64>>("written");
+    QTest::addColumn<QList<quint64>>("wanted");
+
+    const auto row = [](const char *name, const QList<quint64> &written, quint64 from, quint64 to) {
+        QTest::newRow(name) << written << range(from, to);
+    };
+    row("what is shorter than before is new", range(11, 13), 11, 13);
+    row("what is as long as before is new", range(11, 15), 11, 15);
+    row("what is longer than before is new", range(11, 20), 11, 20);
+    row("what is one record is new", range(11, 11), 11, 11);
+    row("numbers that begin again are new", range(1, 7), 1, 7);
+    row("what was cut off and written on is new behind the cut", range(6, 8) + range(11, 14), 11,
+        14);
+    row("what is there again does not come twice", range(6, 12), 11, 12);
+    row("nor where it lies elsewhere", range(8, 12), 11, 12);
+}
+
+//! And written again in the same file, at once.
+void CtlFollowTest::fileEmptied()
+{
+    QFETCH(QList<quint64>, written);
+    QFETCH(QList<quint64>, wanted);
+    folder->put(1, numbered(5, 5));
+    folder->put(0, numbered(6, 10));
+    Following following(folder->dir());
+    QCOMPARE(following.numbers(6), range(5, 10));
+    QByteArray bytes;
+    for (const quint64 number : written) {
+        bytes += numbered(number, number);
+    }
+    folder->put(0, bytes);
+    const int count = 6 + int(wanted.size());
+    QCOMPARE(following.numbers(count, 5 * slowly), range(5, 10) + wanted);
+    const quint64 next = wanted.last() + 1;
+    folder->append(0, numbered(next, next + 1));
+    QCOMPARE(following.numbers(count + 2, 5 * slowly),
+             range(5, 10) + wanted + range(next, next + 1));
+    QCOMPARE(following.others, QByteArray());
+}
+
+void CtlFollowTest::fileEmptiedAfterDamage()
+{
+    folder->put(0, numbered(1, 3));
+    Following following(folder->dir());
+    QCOMPARE(following.numbers(3), range(1, 3));
+    folder->append(0, QByteArray(40, '\0') + numbered(6, 8));
+    QCOMPARE(following.numbers(6), range(1, 3) + range(6, 8));
+    folder->put(0, numbered(9, 20));
+    QCOMPARE(following.numbers(18, 5 * slowly), range(1, 3) + range(6, 20));
+    QCOMPARE(following.others.count('\n'), QByteArray::size_type(1));
 }
 
 void CtlFollowTest::folderMovedAndBack()
