@@ -287,10 +287,10 @@ ExitStatus change(const Plan &plan, const Setting &setting, const QVariant &valu
                     BusName::adminGroup);
         return ExitStatus::Failed;
     }
-    if (setting.key && !StoredTexts(bus, plan.output.isQuiet).text(setting.key)
-        && !plan.output.isQuiet) {
-        Messages::tell(QStringLiteral("%1 is changed, and may not be kept over a start")
-                           .arg(QLatin1String(setting.name)));
+    if (setting.key && !plan.output.isQuiet && !bus.hasOwner(BusName::configService)) {
+        Messages::tell(
+            QStringLiteral("%1 is changed, and may not be kept over a start: %2 is not there")
+                .arg(QLatin1String(setting.name), QLatin1String(BusName::configService)));
     }
     return ExitStatus::Done;
 }
