@@ -24,6 +24,16 @@ constexpr uint bundleLimit = 12000; // several pages: a write in progress can be
 constexpr uint fileLimit = 60000;
 constexpr int highestIndex = 5;
 
+constexpr int enough = 10; // looks and rotations, for which a busy machine takes longer
+
+//! Whether it has gone on for so many seconds, and with something to be seen.
+bool isEnough(qint64 elapsed, int seconds, int looks, int rotations)
+{
+    constexpr int patience = 100000; // milliseconds; only so that a hang ends
+    return elapsed / 1000 >= seconds
+        && ((looks > enough && rotations > enough) || elapsed > patience);
+}
+
 void silence(QtMsgType /*type*/, const QMessageLogContext & /*context*/,
              const QString & /*message*/)
 {
@@ -72,13 +82,7 @@ void LiveFolderTest::neverAFalseAlarm()
     int looks = 0;
     quint64 records = 0;
     QString alarm;
-    constexpr int enough = 10;       // looks and rotations, for which a busy machine takes longer
-    constexpr int patience = 100000; // milliseconds; only so that a hang ends
-    const auto isEnough = [&] {
-        return timer.elapsed() / 1000 >= seconds
-            && ((looks > enough && rotations > enough) || timer.elapsed() > patience);
-    };
-    while (!isEnough() && alarm.isEmpty()) {
+    while (!isEnough(timer.elapsed(), seconds, looks, rotations) && alarm.isEmpty()) {
         Archive::Folder archive(folder.dir().path());
         if (!archive.open()) {
             alarm = "the folder cannot be opened"_s;
