@@ -7,7 +7,9 @@
 #include <QByteArray>
 
 #include <array>
+#include <charconv>
 #include <cstdio>
+#include <cstring>
 
 namespace
 {
@@ -53,22 +55,46 @@ void escapeControls(std::string &text, size_t begin)
     }
 }
 
-} // namespace
-
-std::string &JsonObject::addKey(std::string_view key)
+//! Whether any of eight characters is an escape of some kind, or not ASCII.
+bool hasSpecial(quint64 eight)
 {
-    if (!isEmpty) {
-        out += ',';
-    }
-    isEmpty = false;
-    out += '"';
-    out += key;
-    out += "\":";
-    return out;
+    constexpr quint64 ones = 0x0101010101010101;
+    constexpr quint64 highBits = 0x80 * ones;
+    // The lowest byte that is below a bound borrows from its high bit, which it does not have.
+    const auto anyBelow
+        = [](quint64 bytes, quint64 bound) { return (bytes - bound * ones) & ~bytes & highBits; };
+    const quint64 deleteOrHigher = ((eight + ones) | eight) & highBits;
+    return (anyBelow(eight, 0x20) | anyBelow(eight ^ ('"' * ones), 1)
+            | anyBelow(eight ^ ('\\' * ones), 1) | deleteOrHigher)
+        != 0;
 }
+
+//! Whether a text is printable ASCII that stands in a JSON string as it is; most texts are.
+bool isPlain(std::string_view utf8)
+{
+    constexpr size_t step = sizeof(quint64);
+    quint64 eight = 0x2020202020202020;
+    size_t done = 0;
+    for (; done + step <= utf8.size(); done += step) {
+        std::memcpy(&eight, utf8.data() + done, step);
+        if (hasSpecial(eight)) {
+            return false;
+        }
+    }
+    std::memcpy(&eight, utf8.data() + done, utf8.size() - done); // over what is known as plain
+    return !hasSpecial(eight);
+}
+
+} // namespace
 
 void JsonObject::appendString(std::string &text, std::string_view utf8)
 {
+    if (isPlain(utf8)) {
+        text += '"';
+        text += utf8;
+        text += '"';
+        return;
+    }
     const size_t begin = text.size() + 1;
     if (Utf8Text::isAscii(utf8)) {
         text += '"';
@@ -101,26 +127,35 @@ JsonObject &JsonObject::addFlag(std::string_view key, bool value)
     return *this;
 }
 
+template <typename Integer>
+JsonObject &JsonObject::addDigits(std::string_view key, Integer value, bool inQuotes)
+{
+    Member member = memberOf(key);
+    if (inQuotes) {
+        *member.end++ = '"';
+    }
+    char *const limit = member.text.data() + member.text.size();
+    member.end = std::to_chars(member.end, limit, value).ptr;
+    if (inQuotes) {
+        *member.end++ = '"';
+    }
+    append(member);
+    return *this;
+}
+
 JsonObject &JsonObject::addNumber(std::string_view key, qint64 value)
 {
-    Utf8Text::append(addKey(key), value);
-    return *this;
+    return addDigits(key, value, false);
 }
 
 JsonObject &JsonObject::addLarge(std::string_view key, quint64 value)
 {
-    addKey(key) += '"';
-    Utf8Text::append(out, value);
-    out += '"';
-    return *this;
+    return addDigits(key, value, true);
 }
 
 JsonObject &JsonObject::addLarge(std::string_view key, qint64 value)
 {
-    addKey(key) += '"';
-    Utf8Text::append(out, value);
-    out += '"';
-    return *this;
+    return addDigits(key, value, true);
 }
 
 JsonObject &JsonObject::addHex(std::string_view key, std::string_view bytes)

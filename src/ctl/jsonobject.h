@@ -4,6 +4,9 @@
 #include <QLatin1String>
 #include <QString>
 
+#include <algorithm>
+#include <array>
+#include <cassert>
 #include <string>
 #include <string_view>
 
@@ -15,6 +18,8 @@
 class JsonObject
 {
 public:
+    static constexpr size_t mostKey = 28; //!< characters of a key
+
     //! Opens an object at the end of \a text, which must outlive this.
     explicit JsonObject(std::string &text)
         : out(text)
@@ -44,7 +49,7 @@ public:
     JsonObject &addHex(std::string_view key, std::string_view bytes);
     JsonObject &addNull(std::string_view key);
     //! Appends a key; its value is to be appended to the text then.
-    std::string &addKey(std::string_view key);
+    std::string &addKey(std::string_view key) { return append(memberOf(key)); }
 
     //! Closes it.
     void end() { out += '}'; }
@@ -55,6 +60,34 @@ public:
     static void appendString(std::string &text, std::string_view utf8);
 
 private:
+    //! A key and a short value, made beside the text and appended at once: records have many.
+    struct Member {
+        std::array<char, mostKey + 28> text; //!< 4 for the key's frame, 24 for a number's
+        char *end;
+    };
+    Member memberOf(std::string_view key)
+    {
+        assert(key.size() <= mostKey);
+        Member member; // NOLINT(cppcoreguidelines-pro-type-member-init): nobody reads the rest
+        char *end = member.text.data();
+        if (!isEmpty) {
+            *end++ = ',';
+        }
+        isEmpty = false;
+        *end++ = '"';
+        end = std::copy(key.begin(), key.end(), end);
+        *end++ = '"';
+        *end++ = ':';
+        member.end = end;
+        return member;
+    }
+    std::string &append(const Member &member)
+    {
+        return out.append(member.text.data(), size_t(member.end - member.text.data()));
+    }
+    template <typename Integer>
+    JsonObject &addDigits(std::string_view key, Integer value, bool inQuotes);
+
     std::string &out;
     bool isEmpty = true;
 };

@@ -30,7 +30,7 @@ void addReal(JsonObject &object, Real value)
     }
     char text[32];
     const auto end = std::to_chars(std::begin(text), std::end(text), value);
-    object.addKey("value").append(text, end.ptr);
+    object.addKey("value").append(text, size_t(end.ptr - text));
 }
 
 void addContent(JsonObject &object, const StoredValue &value)

@@ -15,7 +15,7 @@ void OutputStream::write(std::string_view utf8)
 void OutputStream::flush()
 {
     // What could not be written is not tried again.
-    const std::string piece = std::exchange(waiting, {});
+    std::string piece = std::exchange(waiting, {});
     if (notice && !piece.empty()) {
         notice();
     }
@@ -27,5 +27,9 @@ void OutputStream::flush()
         } else if (errno != EINTR) {
             throw OutputFailure{errno};
         }
+    }
+    if (waiting.empty()) {
+        piece.clear();
+        waiting.swap(piece); // for its room
     }
 }

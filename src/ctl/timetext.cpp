@@ -4,6 +4,7 @@
 #include "rendering/utf8text.h"
 
 #include <ctime>
+#include <iterator>
 
 namespace
 {
@@ -18,6 +19,18 @@ void appendDigits(std::string &out, quint32 value, int digits)
     for (size_t place = begin + size_t(digits); place > begin && value > 0; value /= 10) {
         out[--place] = char('0' + value % 10);
     }
+}
+
+//! Two digits of seconds and six behind the point.
+void appendSeconds(std::string &out, quint32 seconds, quint32 microseconds)
+{
+    char text[] = "00.000000";
+    text[0] = char('0' + seconds / 10);
+    text[1] = char('0' + seconds % 10);
+    for (char *digit = std::end(text) - 1; microseconds > 0; microseconds /= 10) {
+        *--digit = char('0' + microseconds % 10);
+    }
+    out.append(text, sizeof text - 1);
 }
 
 bool isWritable(quint64 seconds, quint32 microseconds)
@@ -87,15 +100,15 @@ bool TimeText::append(std::string &out, quint64 seconds, quint32 microseconds)
     }
     if (style == TimeStyle::Unix) {
         Utf8Text::append(out, seconds);
-    } else {
-        if (seconds / 60 != minute && !workOut(seconds)) {
-            return false;
-        }
-        out += front;
-        appendDigits(out, quint32(seconds % 60), 2);
+        out += '.';
+        appendDigits(out, microseconds, 6);
+        return true;
     }
-    out += '.';
-    appendDigits(out, microseconds, 6);
+    if (seconds / 60 != minute && !workOut(seconds)) {
+        return false;
+    }
+    out += front;
+    appendSeconds(out, quint32(seconds % 60), microseconds);
     out += back;
     return true;
 }

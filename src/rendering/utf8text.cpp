@@ -65,7 +65,7 @@ void Utf8Text::append(std::string &out, double value, int significantDigits)
     std::array<char, 32> text{};
     const auto end = std::to_chars(text.begin(), text.end(), value, std::chars_format::general,
                                    significantDigits);
-    out.append(text.data(), end.ptr);
+    out.append(text.data(), size_t(end.ptr - text.data()));
 }
 
 void Utf8Text::append(std::string &out, const QString &text)

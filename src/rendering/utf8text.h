@@ -22,7 +22,7 @@ void append(std::string &out, Integer value)
     static_assert(std::is_integral_v<Integer>);
     char text[20]; // a sign and 19 digits, or 20 digits
     const auto end = std::to_chars(std::begin(text), std::end(text), value);
-    out.append(text, end.ptr);
+    out.append(text, size_t(end.ptr - text));
 }
 
 //! In format 'g' with up to 15 significant digits; halves round away from zero.

@@ -95,7 +95,7 @@ public:
     }
     ~Watching()
     {
-        process.kill();
+        process.terminate();
         process.waitForFinished();
     }
     Q_DISABLE_COPY_MOVE(Watching)

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Linked into the daemon where coverage is measured, and only there. Counters are written
-// when a process exits; the daemon never does, a signal ends it: SIGTERM on a device, and
-// SIGABRT after a fatal message. Here both write the counters first and then do what they
-// would have done. What is killed otherwise leaves none.
+// Linked into the daemon and the tool where coverage is measured, and only there. Counters
+// are written when a process exits; the daemon never does, nor does a tool that follows the
+// log, a signal ends them: SIGTERM on a device, and SIGABRT after a fatal message. Here both
+// write the counters first and then do what they would have done. What is killed otherwise
+// leaves none.
 
 #include <csignal>
 #include <thread>
@@ -43,9 +44,17 @@ void awaitTermination()
     (void)pthread_sigmask(SIG_BLOCK, &termination, nullptr);
     std::thread([termination] {
         int signal = 0;
-        while (sigwait(&termination, &signal) != 0) { }
-        __gcov_dump();
-        endBy(signal);
+        while (sigwait(&termination, &signal) == 0) {
+            struct sigaction meant {
+            };
+            (void)sigaction(signal, nullptr, &meant);
+            if (meant.sa_handler == SIG_DFL) {
+                __gcov_dump();
+                endBy(signal);
+            } else if (meant.sa_handler != SIG_IGN) {
+                meant.sa_handler(signal); // takes note of it
+            }
+        }
     }).detach();
 }
 
