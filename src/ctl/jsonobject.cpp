@@ -72,6 +72,9 @@ bool hasSpecial(quint64 eight)
 //! Whether a text is printable ASCII that stands in a JSON string as it is; most texts are.
 bool isPlain(std::string_view utf8)
 {
+    if (utf8.empty()) {
+        return true;
+    }
     constexpr size_t step = sizeof(quint64);
     quint64 eight = 0x2020202020202020;
     size_t done = 0;
