@@ -112,26 +112,26 @@ void JsonObject::appendString(std::string &text, std::string_view utf8)
     text += '"';
 }
 
-JsonObject &JsonObject::add(std::string_view key, std::string_view utf8)
+JsonObject &JsonObject::add(Key key, std::string_view utf8)
 {
     appendString(addKey(key), utf8);
     return *this;
 }
 
-JsonObject &JsonObject::add(std::string_view key, const QString &text)
+JsonObject &JsonObject::add(Key key, const QString &text)
 {
     const QByteArray utf8 = text.toUtf8();
     return add(key, std::string_view(utf8.constData(), size_t(utf8.size())));
 }
 
-JsonObject &JsonObject::addFlag(std::string_view key, bool value)
+JsonObject &JsonObject::addFlag(Key key, bool value)
 {
     addKey(key) += value ? "true" : "false";
     return *this;
 }
 
 template <typename Integer>
-JsonObject &JsonObject::addDigits(std::string_view key, Integer value, bool inQuotes)
+JsonObject &JsonObject::addDigits(Key key, Integer value, bool inQuotes)
 {
     Member member = memberOf(key);
     if (inQuotes) {
@@ -146,22 +146,22 @@ JsonObject &JsonObject::addDigits(std::string_view key, Integer value, bool inQu
     return *this;
 }
 
-JsonObject &JsonObject::addNumber(std::string_view key, qint64 value)
+JsonObject &JsonObject::addNumber(Key key, qint64 value)
 {
     return addDigits(key, value, false);
 }
 
-JsonObject &JsonObject::addLarge(std::string_view key, quint64 value)
+JsonObject &JsonObject::addLarge(Key key, quint64 value)
 {
     return addDigits(key, value, true);
 }
 
-JsonObject &JsonObject::addLarge(std::string_view key, qint64 value)
+JsonObject &JsonObject::addLarge(Key key, qint64 value)
 {
     return addDigits(key, value, true);
 }
 
-JsonObject &JsonObject::addHex(std::string_view key, std::string_view bytes)
+JsonObject &JsonObject::addHex(Key key, std::string_view bytes)
 {
     appendHex(addKey(key) += '"', bytes);
     out += '"';
@@ -178,7 +178,7 @@ void JsonObject::appendHex(std::string &text, std::string_view bytes)
     }
 }
 
-JsonObject &JsonObject::addNull(std::string_view key)
+JsonObject &JsonObject::addNull(Key key)
 {
     addKey(key) += "null";
     return *this;

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cassert>
 #include <string>
 #include <string_view>
 
@@ -18,7 +17,24 @@
 class JsonObject
 {
 public:
-    static constexpr size_t mostKey = 28; //!< characters of a key
+    /*!
+     * A key, which is written out in the code: its length is known to the compiler, who
+     * refuses one that is too long.
+     */
+    class Key
+    {
+    public:
+        static constexpr size_t most = 28; //!< characters
+
+        template <size_t Size>
+        constexpr Key(const char (&literal)[Size]) // NOLINT(google-explicit-constructor)
+            : text(literal, Size - 1)
+        {
+            static_assert(Size - 1 <= most);
+        }
+
+        std::string_view text;
+    };
 
     //! Opens an object at the end of \a text, which must outlive this.
     explicit JsonObject(std::string &text)
@@ -34,22 +50,22 @@ public:
         out += opened;
     }
 
-    JsonObject &add(std::string_view key, std::string_view utf8);
-    JsonObject &add(std::string_view key, const QString &text);
-    JsonObject &add(std::string_view key, QLatin1String ascii)
+    JsonObject &add(Key key, std::string_view utf8);
+    JsonObject &add(Key key, const QString &text);
+    JsonObject &add(Key key, QLatin1String ascii)
     {
         return add(key, std::string_view(ascii.data(), size_t(ascii.size())));
     }
-    JsonObject &addFlag(std::string_view key, bool value);
-    JsonObject &addNumber(std::string_view key, qint64 value);
+    JsonObject &addFlag(Key key, bool value);
+    JsonObject &addNumber(Key key, qint64 value);
     //! A number that readers might not hold: as a string.
-    JsonObject &addLarge(std::string_view key, quint64 value);
-    JsonObject &addLarge(std::string_view key, qint64 value);
+    JsonObject &addLarge(Key key, quint64 value);
+    JsonObject &addLarge(Key key, qint64 value);
     //! Bytes in hexadecimal.
-    JsonObject &addHex(std::string_view key, std::string_view bytes);
-    JsonObject &addNull(std::string_view key);
+    JsonObject &addHex(Key key, std::string_view bytes);
+    JsonObject &addNull(Key key);
     //! Appends a key; its value is to be appended to the text then.
-    std::string &addKey(std::string_view key) { return append(memberOf(key)); }
+    std::string &addKey(Key key) { return append(memberOf(key)); }
 
     //! Closes it.
     void end() { out += '}'; }
@@ -62,12 +78,11 @@ public:
 private:
     //! A key and a short value, made beside the text and appended at once: records have many.
     struct Member {
-        std::array<char, mostKey + 28> text; //!< 4 for the key's frame, 24 for a number's
+        std::array<char, Key::most + 28> text; //!< 4 for the key's frame, 24 for a number's
         char *end;
     };
-    Member memberOf(std::string_view key)
+    Member memberOf(Key key)
     {
-        assert(key.size() <= mostKey);
         Member member; // NOLINT(cppcoreguidelines-pro-type-member-init): nobody reads the rest
         char *end = member.text.data();
         if (!isEmpty) {
@@ -75,7 +90,7 @@ private:
         }
         isEmpty = false;
         *end++ = '"';
-        end = std::copy(key.begin(), key.end(), end);
+        end = std::copy(key.text.begin(), key.text.end(), end);
         *end++ = '"';
         *end++ = ':';
         member.end = end;
@@ -86,7 +101,7 @@ private:
         return out.append(member.text.data(), size_t(member.end - member.text.data()));
     }
     template <typename Integer>
-    JsonObject &addDigits(std::string_view key, Integer value, bool inQuotes);
+    JsonObject &addDigits(Key key, Integer value, bool inQuotes);
 
     std::string &out;
     bool isEmpty = true;

@@ -294,7 +294,7 @@ void ReportRecords::flush()
     if (rows == 0) {
         return;
     }
-    const std::pair<const char *, const Column *> columns[] = {
+    const std::pair<JsonObject::Key, const Column *> columns[] = {
         {"values", &values.added},
         {"paths", &paths.added},
         {"number", &piece.number.column},

@@ -15,7 +15,7 @@ void addAmount(JsonObject &object, const Amount &amount)
     object.addNumber("records", qint64(amount.records)).addNumber("bytes", qint64(amount.bytes));
 }
 
-void addTime(JsonObject &object, const char *key, const Instant &time)
+void addTime(JsonObject &object, JsonObject::Key key, const Instant &time)
 {
     std::string text;
     (void)appendTime(text, time.seconds, time.microseconds);
@@ -24,7 +24,8 @@ void addTime(JsonObject &object, const char *key, const Instant &time)
 
 //! An array of objects, one for each row, of which a function adds the members.
 template <typename Rows, typename Add>
-void addRows(JsonObject &object, const char *key, const Rows &rows, OutputStream &out, Add &&add)
+void addRows(JsonObject &object, JsonObject::Key key, const Rows &rows, OutputStream &out,
+             Add &&add)
 {
     object.addKey(key) += '[';
     const char *separator = "";
@@ -152,7 +153,8 @@ void addTimes(JsonObject &object, const Statistics &counted, OutputStream &out)
     const TimeHistogram::Bars bars = counted.times().bars(TimeHistogram::mostRows);
     const bool isInMonths = bars.step.unit == TimeStep::Unit::Month;
     JsonObject step(object.addKey("step"));
-    step.addNumber(isInMonths ? "months" : "seconds", bars.step.count);
+    step.addNumber(isInMonths ? JsonObject::Key("months") : JsonObject::Key("seconds"),
+                   bars.step.count);
     step.end();
     addRows(object, "times", bars.bars, out, [](JsonObject &member, const TimeHistogram::Bar &bar) {
         addTime(member, "from", {quint64(bar.begin), 0});
