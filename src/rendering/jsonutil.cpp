@@ -14,14 +14,18 @@ bool needsEscape(unsigned char byte)
     return byte < firstPlainByte || byte == '"' || byte == '\\';
 }
 
-//! Whether nothing needs an escape; without a way out of the loop, which makes it fast.
+/*!
+ * Whether nothing needs an escape. Without a way out of the loop, and with a byte for the
+ * result, it looks at many bytes at once: with a bool it takes ten times as long.
+ */
 bool allPlain(std::string_view utf8)
 {
-    bool escapes = false;
+    unsigned char escapes = 0;
     for (const char c : utf8) {
-        escapes |= needsEscape(static_cast<unsigned char>(c));
+        const int found = needsEscape(static_cast<unsigned char>(c)) ? 1 : 0;
+        escapes = static_cast<unsigned char>(escapes | found);
     }
-    return !escapes;
+    return escapes == 0;
 }
 
 //! The letter of the two-character form, 0 where there is none.
