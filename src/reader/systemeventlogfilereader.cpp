@@ -3,6 +3,7 @@
 
 #include "logformat/logformat.h"
 #include "reader/recordjson.h"
+#include "rendering/utf8text.h"
 
 #include <QFile>
 #include <QSet>
@@ -63,6 +64,35 @@ size_t expectedRecords(const std::vector<ListedFile> &files)
         files.begin(), files.end(), qint64(0),
         [](qint64 sum, const ListedFile &file) { return sum + file.size / usualRecordSize; });
     return size_t(std::min(size, mostExpected));
+}
+
+/*!
+ * Appends a text in UTF-8 to an answer. Nearly always it is plain ASCII, which is widened in
+ * its place: QString would make a text of its own first, and with Qt 5 byte by byte.
+ */
+void appendConverted(QString &answer, std::string_view utf8)
+{
+    if (!Utf8Text::isAscii(utf8)) {
+        answer += QString::fromUtf8(utf8.data(), QString::size_type(utf8.size()));
+        return;
+    }
+    const auto begin = answer.size();
+    answer.resize(begin + QString::size_type(utf8.size()));
+    std::transform(utf8.begin(), utf8.end(), answer.begin() + begin,
+                   [](char character) { return QLatin1Char(character); });
+}
+
+/*!
+ * A guess at the size of an answer, in bytes, from its first records: growing in steps would
+ * move it, and have it on small pages where the system has large ones. What is never filled
+ * takes no memory.
+ */
+quint64 expectedSize(quint64 size, std::ptrdiff_t records, std::ptrdiff_t recordsLeft)
+{
+    constexpr quint64 mostExpected = 33554432; // a wrong guess shall not cost much
+    const quint64 each = size / quint64(std::max<std::ptrdiff_t>(records, 1));
+    const quint64 rest = each * quint64(recordsLeft);
+    return std::min(size + rest + rest / 8, mostExpected); // later numbers have more digits
 }
 
 } // namespace
@@ -261,7 +291,8 @@ std::optional<QString> SystemeventLogfileReader::jsonRange(quint64 start, quint6
     QString answer;
     std::string pending = "[";
     quint64 size = 2; // with both brackets
-    auto entry = index.from(start);
+    const auto first = index.from(start);
+    auto entry = first;
     for (quint64 number = start;; ++number) {
         const quint64 separators = end - number;
         if (size >= sizeLimit || separators > (sizeLimit - size - 1) / separator.size()) {
@@ -278,7 +309,11 @@ std::optional<QString> SystemeventLogfileReader::jsonRange(quint64 start, quint6
         pending += separator;
         size += pending.size() - before;
         if (pending.size() >= convertedAtOnce) {
-            answer += QString::fromStdString(pending);
+            if (answer.isEmpty()) {
+                const quint64 expected = expectedSize(size, entry - first, index.from(end) - entry);
+                answer.reserve(QString::size_type(std::min(expected, sizeLimit)));
+            }
+            appendConverted(answer, pending);
             pending.clear();
         }
     }
@@ -286,6 +321,6 @@ std::optional<QString> SystemeventLogfileReader::jsonRange(quint64 start, quint6
         return std::nullopt;
     }
     pending += ']';
-    answer += QString::fromStdString(pending);
+    appendConverted(answer, pending);
     return answer;
 }
