@@ -6,8 +6,38 @@
 #include "rendering/jsonutil.h"
 #include "rendering/utf8text.h"
 
+#include <algorithm>
+#include <array>
+#include <charconv>
 #include <string_view>
 #include <utility>
+
+namespace
+{
+
+//! All up to the event id, put together before it is appended: a text checks its room each time.
+void appendNumbers(std::string &out, const LogFormat::RecordHead &head)
+{
+    constexpr int mostDigits = 20;
+    std::array<char, 35 + 3 * mostDigits> text{}; // with the words between the numbers
+    char *end = text.data();
+    const auto put
+        = [&end](std::string_view words) { end = std::copy(words.begin(), words.end(), end); };
+    const auto putNumber
+        = [&end](auto number) { end = std::to_chars(end, end + mostDigits, number).ptr; };
+    put("{\"eventnr\":");
+    putNumber(head.logNr);
+    put(",\"secs\":\"");
+    putNumber(head.seconds);
+    put(".");
+    // Kept: microseconds are written without leading zeros, so that 5 of them
+    // and half a second look the same.
+    putNumber(head.microseconds);
+    put("\",\"eventtype\":");
+    out.append(text.data(), size_t(end - text.data()));
+}
+
+} // namespace
 
 RecordJson::RecordJson(const SystemeventCatalogue *systemevents, QString language)
     : catalogue(systemevents)
@@ -39,15 +69,7 @@ void RecordJson::append(std::string &out, LogFileCursor &file, qint64 position)
 {
     const LogFormat::RecordHead head = LogFormat::readHead(file, position);
 
-    out += "{\"eventnr\":";
-    Utf8Text::append(out, head.logNr);
-    out += ",\"secs\":\"";
-    Utf8Text::append(out, head.seconds);
-    out += '.';
-    // Kept: microseconds are written without leading zeros, so that 5 of them
-    // and half a second look the same.
-    Utf8Text::append(out, head.microseconds);
-    out += "\",\"eventtype\":";
+    appendNumbers(out, head);
     if (const EventKind *const kind = eventKind(head.eventId)) {
         out += kind->beforePath;
         appendPath(out, file);
