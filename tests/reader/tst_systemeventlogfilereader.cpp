@@ -201,6 +201,8 @@ private Q_SLOTS:
     void documentedRecord();
     void missingNumberIsEmpty();
     void answerOfTheLimitIsRefused();
+    void largeAnswer_data();
+    void largeAnswer();
     void storedNumberIsShown();
     void filesThatCannotBeKeptOpenAreSaidOnce();
     void currentFileIsReadWithoutBeingKeptOpen();
@@ -855,6 +857,48 @@ void SystemeventLogfileReaderTest::answerOfTheLimitIsRefused()
     const auto size = quint64(answer->toUtf8().size());
     QVERIFY(!reader->jsonRange(1, 2, "en"_s, size).has_value());
     QVERIFY(reader->jsonRange(1, 2, "en"_s, size + 1) == answer);
+}
+
+void SystemeventLogfileReaderTest::largeAnswer_data()
+{
+    QTest::addColumn<QString>("firstTexts");
+    QTest::addColumn<QString>("otherTexts");
+    QTest::addColumn<int>("mostRoom");
+    const int any = std::numeric_limits<int>::max();
+    const QString small = "nominal"_s;
+    const QString large(5000, QLatin1Char('x'));
+    QTest::newRow("of like records has hardly more room than it takes") << small << small << 165000;
+    QTest::newRow("is whole when its first records are the largest") << large << small << any;
+    QTest::newRow("is whole when its first records are the smallest") << small << large << any;
+    QTest::newRow("is whole when it stops being plain ASCII")
+        << small << QString(large + "\u00E4"_s) << any;
+    QTest::newRow("is whole when it becomes plain ASCII")
+        << QString(large + "\u20AC"_s) << small << any;
+}
+
+//! The room of an answer is guessed from its first records.
+void SystemeventLogfileReaderTest::largeAnswer()
+{
+    QFETCH(QString, firstTexts);
+    QFETCH(QString, otherTexts);
+    QFETCH(int, mostRoom);
+    declare({ArgumentType::String}, "%1"_s);
+    QByteArray file;
+    QString expected = "["_s;
+    for (int nr = 1; nr <= 1200; ++nr) {
+        const QString text = nr <= 200 ? firstTexts : otherTexts;
+        RecordBytes::Fields fields;
+        fields.logNr = quint64(nr);
+        fields.values = sized(text.toUtf8());
+        file += record(fields);
+        expected += R"({"eventnr":%1,"secs":"1700000000.250000","eventtype":1001,)"_s.arg(nr)
+            + R"("loglevel":"warning","path":"/power/supply","msg":"%1"},)"_s.arg(text) + "\n"_s;
+    }
+    expected.replace(expected.size() - 2, 2, "]"_s);
+    logs->put(0, file);
+    const auto answer = makeReader()->jsonRange(1, 1200, "en"_s, noMinimum);
+    QVERIFY(answer == expected);
+    QVERIFY2(answer->capacity() <= mostRoom, qPrintable(QString::number(answer->capacity())));
 }
 
 void SystemeventLogfileReaderTest::storedNumberIsShown()
