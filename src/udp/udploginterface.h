@@ -7,6 +7,7 @@
 #include <QHostAddress>
 #include <QString>
 
+#include <array>
 #include <string>
 #include <unordered_map>
 
@@ -53,11 +54,21 @@ public:
 
 private:
     void renewSocket();
+    void send();
     void writeHeader(int id, const SystemeventDescription &event, const QVariant &path);
     const EventTemplate &message(const SystemeventDescription &event);
     const std::string &timestamp();
 
+    //! The receiver as the kernel takes it.
+    struct SocketName {
+        alignas(8) std::array<char, 28> bytes{}; //!< of a sockaddr_in6 at most
+        size_t size = 0;                         //!< 0 while it is not known
+    };
+
+    [[nodiscard]] SocketName receiverName(int descriptor) const;
+
     QUdpSocket *socket = nullptr; //!< what device points to; a child
+    SocketName target;            //!< of all datagrams but the first on a socket
     QHostAddress address;
     std::string datagram; //!< under construction
     const SystemeventCatalogue *catalogue;
