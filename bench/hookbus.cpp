@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The client behind peers-hook. It speaks to the bus through sd-bus, as the peers'
-// client does, so that answers of both cost the same on this side.
+// The client behind peers-hook and peers/run: the sender of everybody's events, and the caller
+// whose answers are timed.
 #include "clocks.h"
 
 #include <array>
@@ -21,6 +21,7 @@ namespace
 {
 
 constexpr const char *service = SEL_SERVICE_NAME;
+constexpr const char *readyService = "bench.ReadyText";
 constexpr const char *object = "/system/eventlog";
 constexpr const char *interface = "local.LogManager";
 constexpr const char *propertiesInterface = "org.freedesktop.DBus.Properties";
@@ -143,21 +144,19 @@ void sayNewest(sd_bus *bus)
     say("newest", double(number));
 }
 
-//! Round trips of one range; the text is looked at, not converted. The first call is not counted.
-void measureAnswers(sd_bus *bus, uint64_t first, uint64_t last, int calls)
+//! Round trips of a call; the text is looked at, not converted. The first one is not counted.
+void measureAnswers(sd_bus *bus, int calls, const std::function<sd_bus_message *()> &makeCall)
 {
     std::vector<double> times;
     std::size_t bytes = 0;
     for (int step = 0; step <= calls; ++step) {
         const char *text = "";
         const double start = wallSeconds();
-        sd_bus_message *const call = newCall(bus, interface, "jsonLogfile");
-        need("jsonLogfile", sd_bus_message_append(call, "tts", first, last, "en"));
-        sd_bus_message *const reply = ask(bus, call);
+        sd_bus_message *const reply = ask(bus, makeCall());
         if (reply == nullptr) {
-            fail("jsonLogfile", "no answer");
+            fail("call", "no answer");
         }
-        need("jsonLogfile", sd_bus_message_read(reply, "s", &text));
+        need("call", sd_bus_message_read(reply, "s", &text));
         const double time = wallSeconds() - start;
         if (step > 0) {
             times.push_back(time);
@@ -167,6 +166,40 @@ void measureAnswers(sd_bus *bus, uint64_t first, uint64_t last, int calls)
     }
     say("reply_us", median(times) * 1e6);
     say("bytes", double(bytes));
+}
+
+void measureJson(sd_bus *bus, uint64_t first, uint64_t last, int calls)
+{
+    measureAnswers(bus, calls, [=] {
+        sd_bus_message *const call = newCall(bus, interface, "jsonLogfile");
+        need("jsonLogfile", sd_bus_message_append(call, "tts", first, last, "en"));
+        return call;
+    });
+}
+
+//! Answers with a text that is there already, until it is ended or nobody has asked for long.
+void serveReadyText(sd_bus *bus, int size)
+{
+    std::string text(std::size_t(size), 'x');
+    const auto onGet = [](sd_bus_message *call, void *ready, sd_bus_error *) {
+        return sd_bus_reply_method_return(call, "s", static_cast<std::string *>(ready)->c_str());
+    };
+    need("object", sd_bus_add_object(bus, nullptr, object, onGet, &text));
+    need("name", sd_bus_request_name(bus, readyService, 0));
+    say("serving", 1);
+    constexpr uint64_t patience = 20000000; // microseconds
+    while (need("process", sd_bus_process(bus, nullptr)) > 0
+           || need("wait", sd_bus_wait(bus, patience)) > 0) { }
+}
+
+void measureReadyText(sd_bus *bus, int calls)
+{
+    measureAnswers(bus, calls, [=] {
+        sd_bus_message *call = nullptr;
+        need("call",
+             sd_bus_message_new_method_call(bus, &call, readyService, object, interface, "get"));
+        return call;
+    });
 }
 
 //! The stream as status changes; ends when the bus has taken everything.
@@ -231,14 +264,17 @@ int main(int argc, char *argv[])
         {"idle", {3, waitUntilIdle}},
         {"newest", {3, sayNewest}},
         {"set", {6, [&](sd_bus *bus) { setProperty(bus, argv[3], argv[4], number(5)); }}},
-        {"json", {6, [&](sd_bus *bus) { measureAnswers(bus, wide(3), wide(4), number(5)); }}},
+        {"json", {6, [&](sd_bus *bus) { measureJson(bus, wide(3), wide(4), number(5)); }}},
+        {"serve", {4, [&](sd_bus *bus) { serveReadyText(bus, number(3)); }}},
+        {"ready", {4, [&](sd_bus *bus) { measureReadyText(bus, number(3)); }}},
         {"send", {4, [&](sd_bus *bus) { sendStream(bus, number(3)); }}},
     };
     const auto chosen = modes.find(mode);
     if (chosen == modes.end() || argc != chosen->second.words) {
         (void)std::fputs("usage: hookbus exec FILE COMMAND... | wait ADDRESS | idle ADDRESS |\n"
                          "       newest ADDRESS | set ADDRESS PROPERTY b|i VALUE |\n"
-                         "       json ADDRESS FIRST LAST CALLS | send ADDRESS EVENTS\n",
+                         "       json ADDRESS FIRST LAST CALLS | send ADDRESS EVENTS |\n"
+                         "       serve ADDRESS BYTES | ready ADDRESS CALLS\n",
                          stderr);
         return 2;
     }
