@@ -259,6 +259,7 @@ void RandomMessages::addText(WireMessage *message, const QByteArray &text)
 void RandomMessages::finish(WireMessage *message)
 {
     message->body = out.bytes;
+    message->isBigEndian = out.isBigEndian;
     message->descriptors = descriptors;
     out.bytes.clear();
     descriptors = 0;

@@ -18,6 +18,9 @@ public:
     {
     }
 
+    //! Of the messages from now on; little-endian unless told otherwise.
+    void setBigEndian(bool isBigEndian) { out.isBigEndian = isBigEndian; }
+
     //! Status changes of every shape, and signals that only resemble them.
     WireMessage signal();
     //! Calls of the daemon's methods and properties, and of what it does not have.

@@ -18,6 +18,8 @@
 namespace
 {
 
+constexpr int mostDescriptors = 253; // in one message of the kernel
+
 constexpr int fixedHead = 16; // up to and including the length of the header fields
 
 qsizetype aligned(qsizetype position, int boundary)
@@ -86,7 +88,7 @@ void WireWriter::fixed(quint64 value, int size)
 {
     align(size);
     for (int i = 0; i < size; ++i) {
-        bytes.append(char((value >> (8 * i)) & 0xFF));
+        bytes.append(char((value >> (8 * (isBigEndian ? size - 1 - i : i))) & 0xFF));
     }
 }
 
@@ -111,13 +113,16 @@ WireWriter::Array WireWriter::beginArray(int elementAlignment)
 
 void WireWriter::endArray(Array array)
 {
-    qToLittleEndian(quint32(bytes.size() - array.begin), bytes.data() + array.length);
+    const auto size = quint32(bytes.size() - array.begin);
+    char *const length = bytes.data() + array.length;
+    isBigEndian ? qToBigEndian(size, length) : qToLittleEndian(size, length);
 }
 
 QByteArray WireMessage::toBytes(quint32 serial) const
 {
     WireWriter out;
-    out.bytes.append('l').append(char(type)).append(char(flags)).append('\1');
+    out.isBigEndian = isBigEndian;
+    out.bytes.append(isBigEndian ? 'B' : 'l').append(char(type)).append(char(flags)).append('\1');
     out.fixed(quint64(body.size()), 4);
     out.fixed(serial, 4);
     const WireWriter::Array fields = out.beginArray(8);
@@ -129,6 +134,7 @@ QByteArray WireMessage::toBytes(quint32 serial) const
         appendNumberField(out, ReplySerial, replyTo);
     }
     appendTextField(out, Destination, "s", destination);
+    appendTextField(out, Sender, "s", sender);
     appendTextField(out, Signature, "g", signature);
     if (descriptors > 0) {
         appendNumberField(out, Signature + 1, quint32(descriptors));
@@ -190,7 +196,7 @@ QByteArray WireAnswer::text() const
                                                                   : QByteArray();
 }
 
-WireBus::WireBus(const QString &address)
+WireBus::WireBus(const QString &address, Other other)
     : socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
     const QByteArray path
@@ -202,7 +208,18 @@ WireBus::WireBus(const QString &address)
         qFatal("cannot reach the bus: %s", std::strerror(errno));
     }
     authenticate();
+    if (other == Other::Bus) {
+        greet();
+    }
+}
 
+WireBus::~WireBus()
+{
+    close(socket);
+}
+
+void WireBus::greet()
+{
     WireMessage hello;
     hello.type = WireMessage::Call;
     hello.path = "/org/freedesktop/DBus";
@@ -213,11 +230,6 @@ WireBus::WireBus(const QString &address)
     if (!send(hello) || !waitFor(serial, patience)) {
         qFatal("the bus does not greet");
     }
-}
-
-WireBus::~WireBus()
-{
-    close(socket);
 }
 
 void WireBus::authenticate()
@@ -242,7 +254,7 @@ QByteArray WireBus::readLine() const
 
 bool WireBus::sendBytes(const QByteArray &bytes, int passed, int times)
 {
-    alignas(cmsghdr) char control[CMSG_SPACE(16 * sizeof(int))] = {};
+    alignas(cmsghdr) char control[CMSG_SPACE(mostDescriptors * sizeof(int))] = {};
     iovec content{const_cast<char *>(bytes.constData()), size_t(bytes.size())};
     msghdr message{};
     message.msg_iov = &content;

@@ -9,13 +9,14 @@
 #include <optional>
 
 /*!
- * The bytes of values on the bus, little-endian and aligned. Neither QtDBus nor libdbus is
- * asked: both refuse what they take for wrong, and the daemon must bear what the bus lets through.
+ * The bytes of values on the bus, aligned. Neither QtDBus nor libdbus is asked: both refuse
+ * what they take for wrong, and the daemon must bear what the bus lets through.
  */
 class WireWriter
 {
 public:
     QByteArray bytes;
+    bool isBigEndian = false; //!< the order of the bytes of numbers
 
     void align(int boundary);
     void fixed(quint64 value, int size); //!< aligned by its size
@@ -41,10 +42,12 @@ struct WireMessage {
     QByteArray member;
     QByteArray errorName;
     QByteArray destination;
+    QByteArray sender; //!< a bus puts its own in place of it
     QByteArray signature;
     QByteArray body;
     quint32 replyTo = 0;
-    int descriptors = 0; //!< how many travel along
+    int descriptors = 0;      //!< how many travel along
+    bool isBigEndian = false; //!< its numbers, those of the body among them
 
     [[nodiscard]] QByteArray toBytes(quint32 serial) const;
 };
@@ -74,8 +77,13 @@ struct WireAnswer {
 class WireBus
 {
 public:
-    //! \a address as TestBus gives it. Ends the test program when the bus cannot be reached.
-    explicit WireBus(const QString &address);
+    enum class Other { Bus, Program };
+
+    /*!
+     * \a address as TestBus gives it. Ends the test program when the bus cannot be reached.
+     * A program on the other side is not greeted as a bus is.
+     */
+    explicit WireBus(const QString &address, Other other = Other::Bus);
     ~WireBus();
     Q_DISABLE_COPY_MOVE(WireBus)
 
@@ -94,6 +102,7 @@ public:
 
 private:
     void authenticate();
+    void greet();
     [[nodiscard]] QByteArray readLine() const;
 
     int socket = -1;

@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "intake/fakebus.h"
+
+#include "reliability/wirebus.h"
+#include "support/literals.h"
+
+#include <QtEndian>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr int mostDescriptors = 253;
+constexpr int patience = 60; // seconds; against what hangs
+
+} // namespace
+
+BusSide::BusSide(int acceptedSocket)
+    : socket(acceptedSocket)
+{
+    const timeval limit{patience, 0};
+    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+BusSide::~BusSide()
+{
+    close(socket);
+}
+
+QByteArray BusSide::readLine() const
+{
+    QByteArray line;
+    while (!line.endsWith("\r\n")) {
+        const QByteArray next = readBytes(1);
+        if (next.isEmpty()) {
+            return {};
+        }
+        line += next;
+    }
+    line.chop(2);
+    return line;
+}
+
+QByteArray BusSide::readBytes(int count) const
+{
+    QByteArray bytes(count, '\0');
+    const ssize_t size = recv(socket, bytes.data(), size_t(count), MSG_WAITALL);
+    bytes.truncate(int(std::max(size, ssize_t(0))));
+    return bytes;
+}
+
+quint32 BusSide::readMessage() const
+{
+    const QByteArray fixed = readBytes(16);
+    if (fixed.size() < 16) {
+        return 0;
+    }
+    const auto number = [&](int at) { return qFromLittleEndian<quint32>(fixed.constData() + at); };
+    (void)readBytes(int((number(12) + 7) / 8 * 8 + number(4)));
+    return number(8);
+}
+
+quint32 BusSide::admit(const QByteArray &answerAboutDescriptors)
+{
+    if (readBytes(1) != QByteArray(1, '\0') || !readLine().startsWith("AUTH EXTERNAL ")
+        || !send("OK 0123456789abcdef0123456789abcdef\r\n") || readLine() != "NEGOTIATE_UNIX_FD"
+        || !send(answerAboutDescriptors) || readLine() != "BEGIN") {
+        return 0;
+    }
+    return readMessage();
+}
+
+void BusSide::welcome()
+{
+    (void)send(answerTo(admit()));
+}
+
+bool BusSide::send(const QByteArray &bytes, int descriptor, int times)
+{
+    alignas(cmsghdr) char control[CMSG_SPACE(mostDescriptors * sizeof(int))] = {};
+    iovec content{const_cast<char *>(bytes.constData()), size_t(bytes.size())};
+    msghdr message{};
+    message.msg_iov = &content;
+    message.msg_iovlen = 1;
+    if (times > 0) {
+        const size_t size = size_t(times) * sizeof(int);
+        message.msg_control = control;
+        message.msg_controllen = CMSG_SPACE(size);
+        cmsghdr *const head = CMSG_FIRSTHDR(&message);
+        head->cmsg_level = SOL_SOCKET;
+        head->cmsg_type = SCM_RIGHTS;
+        head->cmsg_len = CMSG_LEN(size);
+        const std::vector<int> passed(size_t(times), descriptor);
+        std::memcpy(CMSG_DATA(head), passed.data(), size);
+    }
+    while (content.iov_len > 0) {
+        const ssize_t sent = sendmsg(socket, &message, MSG_NOSIGNAL);
+        if (sent < 0) {
+            return false;
+        }
+        content.iov_base = static_cast<char *>(content.iov_base) + sent;
+        content.iov_len -= size_t(sent);
+        message.msg_control = nullptr; // they went with the first bytes
+        message.msg_controllen = 0;
+    }
+    return true;
+}
+
+void BusSide::waitForEnd() const
+{
+    while (!readBytes(1).isEmpty()) { }
+}
+
+bool BusSide::isHeard(int milliseconds) const
+{
+    pollfd readable{socket, POLLIN, 0};
+    return poll(&readable, 1, milliseconds) > 0;
+}
+
+FakeBus::FakeBus(std::function<void(BusSide &)> behaviour, bool isAbstract)
+    : listening(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+{
+    const QByteArray path = folder.filePath("bus"_s).toLocal8Bit();
+    const QByteArray key = isAbstract ? "abstract" : "path";
+    // The first one is not there.
+    list = "unix:path=/nowhere;unix:" + key + '=' + path + ",guid=01";
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", list);
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    const int begin = isAbstract ? 1 : 0;
+    std::copy(path.begin(), path.end(), name.sun_path + begin);
+    const auto size = socklen_t(offsetof(sockaddr_un, sun_path) + size_t(path.size()) + 1);
+    if (bind(listening, reinterpret_cast<const sockaddr *>(&name), size) != 0
+        || listen(listening, 1) != 0) {
+        qFatal("cannot listen: %s", std::strerror(errno));
+    }
+    thread = std::thread([this, behaviour = std::move(behaviour)] {
+        const int accepted = accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
+        if (accepted >= 0) {
+            BusSide side(accepted);
+            behaviour(side);
+        }
+    });
+}
+
+FakeBus::~FakeBus()
+{
+    shutdown(listening, SHUT_RDWR); // whoever waits for a connection
+    thread.join();
+    close(listening);
+}
+
+QByteArray answerTo(quint32 call, bool isError)
+{
+    WireMessage answer;
+    answer.type = isError ? WireMessage::Error : WireMessage::Reply;
+    answer.replyTo = call;
+    answer.sender = "org.freedesktop.DBus";
+    answer.errorName = isError ? "org.freedesktop.DBus.Error.LimitsExceeded" : "";
+    answer.signature = "s";
+    WireWriter out;
+    out.text(":1.5");
+    answer.body = out.bytes;
+    return answer.toBytes(1);
+}
