@@ -11,7 +11,8 @@
  * A message bus of the test's own that stands in for the system bus: of this
  * process, from its first use of QDBusConnection::systemBus() on, and of every
  * process started later. Limits are the defaults of a system bus; everybody may
- * do everything.
+ * do everything. It is dbus-daemon, or the dbus-broker that the environment variable
+ * SEL_DBUS_BROKER names.
  */
 class TestBus
 {
@@ -23,16 +24,26 @@ public:
     [[nodiscard]] QString address() const { return busAddress; }
     /*!
      * From now on the bus answers a method of its own, such as AddMatch, with an error,
-     * whoever calls it. An empty name: none.
+     * whoever calls it. An empty name: none. Not for dbus-broker.
      */
     void refuse(const QString &method);
+    /*!
+     * From now on the bus has one limit that is not the default, such as
+     * max_connections_per_user. An empty name: none.
+     */
+    void limit(const QString &name, int most);
+    //! Ends the bus by a signal, before its time.
+    void end(int signal);
 
 private:
-    void writeConfiguration(const QString &rule);
+    void writeConfiguration();
+    void reload();
 
     QTemporaryDir folder;
     QProcess daemon;
     QString busAddress;
+    QString rule;
+    QString limits;
 };
 
 //! How long to wait for a peer, in milliseconds; a sanitized or emulated one on a busy machine
