@@ -24,7 +24,8 @@ class BusLoss : public QObject
 public:
     explicit BusLoss(QDBusConnection bus);
 
-private Q_SLOTS:
+public Q_SLOTS:
+    //! Another connection to the same bus is lost.
     void endApplication();
 
 private:

@@ -3,10 +3,10 @@
 
 #include "app/busloss.h"
 #include "app/version.h"
-#include "devicelib/busreading.h"
 #include "devicelib/constants.h"
 #include "devicelib/factorymanager.h"
 #include "devicelib/ziblog.h"
+#include "intake/statusintake.h"
 #include "manager/logmanager.h"
 #include "messages/boundedmessages.h"
 
@@ -37,11 +37,11 @@ void raiseOpenFilesLimit()
  * system. By itself the allocator would keep blocks as large as the largest one ever
  * freed, and whatever lies between blocks still in use.
  */
-void returnMemoryAfterUse(const zib::BusReading &busReading)
+void returnMemoryAfterUse(const StatusIntake &intake)
 {
     constexpr int ownMapping = 128 * 1024; // the allocator's initial value, now fixed
     mallopt(M_MMAP_THRESHOLD, ownMapping);
-    QObject::connect(&busReading, &zib::BusReading::processed, [] { malloc_trim(0); });
+    QObject::connect(&intake, &StatusIntake::handled, [] { malloc_trim(0); });
 }
 
 //! Answers for the paths of the daemon's nodes as long as the process lives; never deleted.
@@ -61,7 +61,7 @@ int runDaemon(QCoreApplication &application)
 
     const QString serviceName = zib::SystemeventloggerGlobals::SERVICE_NAME;
     QDBusConnection bus = QDBusConnection::systemBus();
-    const BusLoss busLoss(bus); // before anything is waited for from the bus
+    BusLoss busLoss(bus); // before anything is waited for from the bus
     const bool hadBus = bus.isConnected();
     if (!bus.registerService(serviceName)) {
         if (hadBus && !bus.isConnected()) {
@@ -69,8 +69,6 @@ int runDaemon(QCoreApplication &application)
         }
         qFatal("Registering dbus connection failed.");
     }
-    const zib::BusReading busReading(bus);
-    returnMemoryAfterUse(busReading);
     claimObjectPaths();
 
     auto version = std::make_unique<Version>();
@@ -82,11 +80,14 @@ int runDaemon(QCoreApplication &application)
     const BoundedMessages boundedMessages; // in front of standard error and syslog
 
     LogManager logManager(QStringLiteral("/system"), QStringLiteral("eventlog"), &application);
+    QObject::connect(&logManager.statusIntake(), &StatusIntake::lost, &busLoss,
+                     &BusLoss::endApplication);
+    returnMemoryAfterUse(logManager.statusIntake());
     logManager.DataNode::dbusRegister();
 
     const int result = QCoreApplication::exec();
     if (result == EXIT_FAILURE) { // by BusLoss; all that was received before it is handled
-        logManager.writeQueued();
+        logManager.writeReceived();
     }
     version.reset();
     return result;

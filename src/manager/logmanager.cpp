@@ -2,6 +2,7 @@
 #include "manager/logmanager.h"
 
 #include "devicelib/constants.h"
+#include "intake/statussignal.h"
 #include "manager/logdirectory.h"
 #include "manager/statusvalues.h"
 
@@ -52,6 +53,9 @@ LogManager::LogManager(const QString &parentPath, const QString &nodeName, QObje
               config.save();
           },
           [this] { updateSubscription(); })
+    , intake(QDBusConnection::systemBus(), zib::SystemeventloggerGlobals::SERVICE_NAME,
+             {[this](int id) { return !isFiltered(id); },
+              [this](const StatusChange &change) { take(change); }})
 {
     qRegisterMetaType<QDBusVariant>(); // or Qt 6 refuses to connect dbusStatusChange()
 
@@ -138,25 +142,38 @@ QString LogManager::jsonLogfile(quint64 start, quint64 end, const QString &lang)
 
 void LogManager::updateSubscription()
 {
-    const QString anySender;
-    const QString anyPath;
-    const QString interface = QStringLiteral("com.tovel.status");
-    const QString member = QStringLiteral("change");
-    const QString signature = QStringLiteral("iv");
-    const char *const slot = SLOT(dbusStatusChange(int, QDBusVariant));
-    QDBusConnection bus = QDBusConnection::systemBus();
-
     const bool wanted = settings.isLoggingLocally() || settings.isLoggingToNetwork();
     if (wanted == listening) {
         return;
     }
     if (wanted) {
-        listening = bus.connect(anySender, anyPath, interface, member, signature, this, slot);
+        listening = subscribe(true);
         qDebug() << "systemeventlogger: startet listening on dbus listening:" << listening;
     } else {
-        listening = !bus.disconnect(anySender, anyPath, interface, member, signature, this, slot);
+        listening = !subscribe(false);
         qDebug() << "systemeventlogger: stopped listening on dbus listening:" << listening;
     }
+}
+
+//! QtDBus asks for everything, and keeps what is sent to the daemon alone.
+bool LogManager::subscribe(bool on)
+{
+    const QString anySender;
+    const QString anyPath;
+    const QString interface = QLatin1String(StatusSignal::interface);
+    const QString member = QLatin1String(StatusSignal::member);
+    const QString signature = QLatin1String(StatusSignal::signature);
+    const char *const slot = SLOT(dbusStatusChange(int, QDBusVariant));
+    QDBusConnection bus = QDBusConnection::systemBus();
+    const bool done = on
+        ? bus.connect(anySender, anyPath, interface, member, signature, this, slot)
+        : bus.disconnect(anySender, anyPath, interface, member, signature, this, slot);
+    if (done && on) {
+        intake.start();
+    } else if (done) {
+        intake.stop();
+    }
+    return done;
 }
 
 /*!
@@ -178,12 +195,23 @@ void LogManager::dbusStatusChange(int id, const QDBusVariant &v)
     if (isFiltered(id)) {
         return; // before any unpacking: a dropped change costs next to nothing
     }
-    QList<QVariant> args = statusValues(v);
-    args.prepend(message().path());
+    StatusChange change{id, {message().path()}};
+    change.args += statusValues(v);
+    take(change);
+}
+
+void LogManager::take(const StatusChange &change)
+{
     if (settings.isLoggingLocally()) {
-        binaryLog.logEvent(id, args);
+        binaryLog.logEvent(change.id, change.args);
     }
     if (settings.isLoggingToNetwork()) {
-        udpLog.logEvent(id, args);
+        udpLog.logEvent(change.id, change.args);
     }
+}
+
+void LogManager::writeReceived()
+{
+    intake.finish();
+    binaryLog.writeQueued();
 }

@@ -5,6 +5,7 @@
 #include "catalog/systemeventcatalogue.h"
 #include "devicelib/bareboxconfigproxy.h"
 #include "devicelib/datanode.h"
+#include "intake/statusintake.h"
 #include "manager/settings.h"
 #include "reader/systemeventlogfilereader.h"
 #include "udp/udploginterface.h"
@@ -72,8 +73,10 @@ public:
     int getMinLogNrProperty() { return int(reader.getMinLogNr()); }
     int getMaxLogNrProperty() { return int(reader.getMaxLogNr()); }
 
-    //! Stores the records that wait in memory, for an end of the process that nobody asked for.
-    void writeQueued() { binaryLog.writeQueued(); }
+    //! Stores what has been received, for an end of the process that nobody asked for.
+    void writeReceived();
+    //! What hears the status changes; signals of this class would be seen on the bus.
+    [[nodiscard]] const StatusIntake &statusIntake() const { return intake; }
 
 public Q_SLOTS: // the methods on the bus
     void clearLogfiles();
@@ -92,7 +95,10 @@ public Q_SLOTS: // the methods on the bus
     QVariantMap allValues();
 
 protected Q_SLOTS:
-    //! Takes a status change from the bus: \a id is the event id, \a v holds the values.
+    /*!
+     * Takes a status change that was sent to the daemon alone, or before the intake has taken
+     * over: \a id is the event id, \a v holds the values.
+     */
     void dbusStatusChange(int id, const QDBusVariant &v);
 
 private:
@@ -101,7 +107,9 @@ private:
     [[nodiscard]] std::vector<PendingSetting> requestSettings();
     void applySettings(std::vector<PendingSetting> &pending);
     void updateSubscription();
+    bool subscribe(bool on);
     [[nodiscard]] bool isFiltered(int id) const;
+    void take(const StatusChange &change);
 
     QDir logDir;
     BinaryLogInterface binaryLog;
@@ -110,5 +118,6 @@ private:
     SystemeventLogfileReader reader;
     zib::BareboxConfigProxy config;
     Settings settings;
-    bool listening = false; //!< whether status changes reach dbusStatusChange()
+    StatusIntake intake;
+    bool listening = false; //!< whether status changes reach take()
 };

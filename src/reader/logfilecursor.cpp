@@ -50,16 +50,17 @@ Reading readAt(int handle, char *bytes, size_t size, qint64 position)
 /*!
  * Whether a descriptor is one of the last. They are left to the others: without one the
  * bus cuts the daemon off at the first message that carries a descriptor. Where there are
- * few, half of them are left.
+ * few, one less than half of them is left.
  */
 bool isAmongTheLast(int handle)
 {
-    constexpr rlim_t mostSpare = 32;
+    constexpr rlim_t mostSpare = 31;
+    constexpr rlim_t fewest = 2;
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0) {
         return false;
     }
-    const rlim_t spare = std::min(mostSpare, limit.rlim_cur / 2);
+    const rlim_t spare = std::min(mostSpare, std::max(limit.rlim_cur, fewest) / 2 - 1);
     return rlim_t(handle) + spare >= limit.rlim_cur;
 }
 

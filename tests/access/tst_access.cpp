@@ -226,6 +226,8 @@ private Q_SLOTS:
     void anotherInterfaceDoesNotHelp();
     void documentedLoosening_data();
     void documentedLoosening();
+    void rulesByDestination_data();
+    void rulesByDestination();
     void rootCannotRunTheDaemon();
 
 private:
@@ -256,6 +258,8 @@ private:
     QString clear(const QDBusConnection &who, const QString &interface, Reply reply, To to);
     QString emitOther(const QDBusConnection &who, const QString &interface, const QString &member);
     QByteArray datagrams();
+    [[nodiscard]] static bool addRules(const QByteArray &rules);
+    QString emitToLog(const QDBusConnection &who, const QString &path, To to);
     QString emitChange(const QDBusConnection &who, const QString &path, To to);
 
     std::unique_ptr<SystemBus> bus;
@@ -521,8 +525,8 @@ QByteArray AccessTest::datagrams()
     return all;
 }
 
-//! A status change; whether it reached the daemon and, where all were meant, the listener.
-QString AccessTest::emitChange(const QDBusConnection &who, const QString &path, To to)
+//! A status change; whether it reached the daemon.
+QString AccessTest::emitToLog(const QDBusConnection &who, const QString &path, To to)
 {
     const QString interface = "com.tovel.status"_s;
     QDBusMessage signal = to == To::Everybody
@@ -544,11 +548,14 @@ QString AccessTest::emitChange(const QDBusConnection &who, const QString &path, 
     if (!arrived.contains(control) || listener.ids.isEmpty()) {
         return "the control event did not arrive"_s;
     }
-    const bool inTheLog = arrived.contains(text.toLatin1());
-    if (to != To::Everybody) {
-        return inTheLog ? done : refused;
-    }
-    return confirmed(inTheLog ? done : refused, listener.ids.size() == 2);
+    return arrived.contains(text.toLatin1()) ? done : refused;
+}
+
+//! The same, and where all were meant, the listener has to hear what the daemon does.
+QString AccessTest::emitChange(const QDBusConnection &who, const QString &path, To to)
+{
+    const QString answer = emitToLog(who, path, to);
+    return to == To::Everybody ? confirmed(answer, listener.ids.size() == 2) : answer;
 }
 
 //! A signal that is none of ours; whether the listener hears it.
@@ -719,6 +726,19 @@ void AccessTest::anotherInterfaceDoesNotHelp()
     }
 }
 
+//! Of the device, instead of those that were added before; none where they are empty.
+bool AccessTest::addRules(const QByteArray &rules)
+{
+    QFile file("/etc/dbus-1/system.d/device.conf"_s);
+    if (rules.isEmpty() ? !file.remove()
+                        : !file.open(QIODevice::WriteOnly) || file.write(rules) != rules.size()) {
+        return false;
+    }
+    file.close();
+    return callAndServe(QDBusConnection::systemBus(), busCall("ReloadConfig"_s)).type()
+        == QDBusMessage::ReplyMessage;
+}
+
 void AccessTest::documentedLoosening_data()
 {
     QTest::addColumn<QByteArray>("rules");
@@ -736,22 +756,68 @@ void AccessTest::documentedLoosening()
 {
     QFETCH(const QByteArray, rules);
     const QDBusConnection ordinary = connections.value("ordinary", QDBusConnection(QString()));
-    const auto reload = [] {
-        return callAndServe(QDBusConnection::systemBus(), busCall("ReloadConfig"_s)).type()
-            == QDBusMessage::ReplyMessage;
-    };
-    QFile file("/etc/dbus-1/system.d/device.conf"_s);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(rules);
-    file.close();
-    QVERIFY(reload());
+    QVERIFY(addRules(rules));
     QCOMPARE(emitChange(ordinary, "/clock"_s, To::Everybody), done);
     QCOMPARE(emitChange(ordinary, "/clock"_s, To::Name), done);
     QCOMPARE(set(ordinary, propertiesInterface, Reply::Wanted, To::Name), refused);
 
-    QVERIFY(file.remove());
-    QVERIFY(reload());
+    QVERIFY(addRules({}));
     QCOMPARE(emitChange(ordinary, "/clock"_s, To::Everybody), refused);
+}
+
+//! They hold for what is announced to everybody, too, as the daemon is one of them.
+void AccessTest::rulesByDestination_data()
+{
+    QTest::addColumn<QByteArray>("user");
+    QTest::addColumn<QByteArray>("rules");
+    QTest::addColumn<QString>("expected");
+    const auto row = [](const char *name, const char *user, const char *block, const char *lines,
+                        const QString &expected) {
+        QByteArray rules = QByteArray("<busconfig>\n<policy ") + block + ">\n" + lines
+            + "\n</policy>\n</busconfig>\n";
+        QTest::newRow(name) << QByteArray(user) << rules.replace("DAEMON", service.toLatin1())
+                            << expected;
+    };
+    const char *const all = "context=\"default\"";
+    const char *const allow = R"(<allow send_destination="DAEMON"/>)";
+    row("everyone is allowed towards the daemon alone", "ordinary", all,
+        R"(<deny send_type="signal"/><allow send_destination="DAEMON"/>)", done);
+    row("everyone is denied towards the daemon alone", "ordinary", all,
+        R"(<allow send_type="signal"/><deny send_destination="DAEMON" send_type="signal"/>)",
+        refused);
+    row("one user is allowed", "ordinary", "user=\"ordinary\"", allow, done);
+    row("one user is allowed signals", "ordinary", "user=\"ordinary\"",
+        R"(<allow send_destination="DAEMON" send_type="signal"/>)", done);
+    row("one user is allowed the interface", "ordinary", "user=\"ordinary\"",
+        R"(<allow send_destination="DAEMON" send_interface="com.tovel.status"/>)", done);
+    row("one user is allowed by the beginning of the name", "ordinary", "user=\"ordinary\"",
+        R"(<allow send_destination_prefix="com.tovel"/>)", done);
+    row("one user is allowed, another is not", "admin", "user=\"ordinary\"", allow, refused);
+    row("one user is denied", "status", "user=\"status\"", R"(<deny send_destination="DAEMON"/>)",
+        refused);
+    row("one user is denied signals", "status", "user=\"status\"",
+        R"(<deny send_destination="DAEMON" send_type="signal"/>)", refused);
+    row("one user is denied, another is not", "status-by-primary-group", "user=\"status\"",
+        R"(<deny send_destination="DAEMON"/>)", done);
+    row("one user is allowed while everyone is denied", "ordinary",
+        R"(context="default"><deny send_destination="DAEMON"/></policy><policy user="ordinary")",
+        allow, done);
+    row("another name is denied", "status", "user=\"status\"",
+        R"(<deny send_destination="DAEMON2"/>)", done);
+}
+
+void AccessTest::rulesByDestination()
+{
+    QFETCH(const QByteArray, user);
+    QFETCH(const QByteArray, rules);
+    QFETCH(const QString, expected);
+    const QDBusConnection who = connections.value(user, QDBusConnection(QString()));
+    QVERIFY(addRules(rules));
+    const QString toAll = emitToLog(who, "/clock"_s, To::Everybody);
+    const QString toName = emitToLog(who, "/clock"_s, To::Name);
+    QVERIFY(addRules({}));
+    QCOMPARE(toAll, expected);
+    QCOMPARE(toName, expected);
 }
 
 //! The name is free, and root does not get it.

@@ -128,7 +128,7 @@ public:
         getrlimit(RLIMIT_NOFILE, &before);
         rlimit limit = before;
         const auto kept = rlim_t(next.back());
-        limit.rlim_cur = kept + std::min<rlim_t>(kept, 32); // half are spare, or 32
+        limit.rlim_cur = kept + std::min<rlim_t>(kept - 2, 31); // half less one are spare, or 31
         if (next.back() < 0 || setrlimit(RLIMIT_NOFILE, &limit) != 0) {
             qFatal("cannot set the limit of open files");
         }

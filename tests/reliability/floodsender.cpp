@@ -156,6 +156,11 @@ QByteArray FloodSender::textOf(int n, int size)
     return QByteArray::number(n).rightJustified(digits, '0').leftJustified(size, '-');
 }
 
+int FloodSender::messageSize(const Flood &what)
+{
+    return int(changeMessage(what.path, textOf(0, what.textSize)).size());
+}
+
 void FloodSender::run()
 {
     if (!connectToBus() || !sendAll()) {

@@ -36,6 +36,8 @@ public:
 
     //! The text of a sender's n-th event, counted from 0: eight digits and a filling.
     static QByteArray textOf(int n, int size);
+    //! The bytes of each of its messages, without those by which the bus says who sent it.
+    static int messageSize(const Flood &what);
 
 private:
     void run();

@@ -3,10 +3,12 @@
 // Events faster than the daemon stores them, on storage as fast as memory and on storage
 // whose fsync takes its time: nothing is lost as long as the bus can hold what waits, and
 // memory comes back. Past that the daemon lives on and the bus says what it dropped. Speed
-// is printed and never judged.
+// is printed; judged is only that the daemon does not rest while a bus has more for it.
 //
 // SEL_LOAD_EVENTS  how many events to send (20000; a tenth of it with the slowest
 //                  storage), 1000000 for the figures in the documents.
+// SEL_LOAD_BURST   MiB of small events at once, with a bus of default limits (34, with one
+//                  that holds 32)
 // SEL_LOAD_RATE    events a second, instead of as fast as the bus takes them; to see
 //                  whether a rate can be sustained.
 
@@ -23,6 +25,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QHash>
+#include <QScopeGuard>
 #include <QTemporaryFile>
 #include <QTest>
 #include <QtEndian>
@@ -202,6 +205,7 @@ struct Watch {
     int busPeak = 0;
     quint64 stored = 0;
     int waiting = 0;
+    qint64 storing = 0; // milliseconds
 };
 
 //! A bus whose complaints go to a file: it writes a line for every message it drops.
@@ -220,6 +224,7 @@ public:
     }
 
     [[nodiscard]] QString address() const { return bus->address(); }
+    void limit(const QString &name, int most) { bus->limit(name, most); }
     //! How many signals the bus has dropped.
     [[nodiscard]] int dropped() const
     {
@@ -261,6 +266,7 @@ private Q_SLOTS:
     void nothingIsLost();
     void pastWhatFits_data();
     void pastWhatFits();
+    void burstOfSmallEvents();
 
 private:
     [[nodiscard]] static bool store(Watch &watch, const Senders &senders, int events);
@@ -296,10 +302,15 @@ void LoadTest::nothingIsLost()
 
     Watch watch(device);
     const int rate = numberFromEnvironment("SEL_LOAD_RATE", 0);
+    [[maybe_unused]] const bool onBroker = qEnvironmentVariableIsSet("SEL_DBUS_BROKER");
     const Senders senders(bus.address(), senderCount,
                           {{}, events / senderCount, textSize, rate / senderCount});
     QVERIFY(store(watch, senders, events));
     QCOMPARE(senders.error(), QString());
+#ifndef __SANITIZE_ADDRESS__ // which makes all slow
+    // It hands over 16 at once, and others when those are read: rests of 3 ms add up.
+    QVERIFY(!onBroker || fsyncDelay > 0 || rate > 0 || watch.storing < events / 16);
+#endif
     verifyMemory(watch);
     device.settle();
     QVERIFY(device.fillBundle());
@@ -337,39 +348,42 @@ bool LoadTest::store(Watch &watch, const Senders &senders, int events)
             return false;
         }
     }
-    const qint64 storing = clock.elapsed();
+    watch.storing = clock.elapsed();
     qInfo("%d events: sent in %lld ms, stored in %lld ms, %lld a second; up to %d waiting; "
           "memory above idle: daemon %d KiB, bus %d KiB",
-          events, sending, storing, qint64(watch.stored) * 1000 / storing, watch.waiting,
-          watch.daemonPeak, watch.busPeak);
+          events, sending, watch.storing, qint64(watch.stored) * 1000 / watch.storing,
+          watch.waiting, watch.daemonPeak, watch.busPeak);
     return true;
 }
 
-/*!
- * Memory comes back, all but what the lists of waiting events keep: measured as some 65
- * bytes for every event that waited in the daemon at once; 80 are allowed.
- */
+//! The daemon takes no more than its buffer, and its memory comes back a second after that.
 void LoadTest::verifyMemory(const Watch &watch)
 {
-    constexpr int fits = 63 * mebi / 140; // the smallest message here is larger
-    const int allowed = (3 * mebi + std::min(watch.waiting, fits) * 80) / 1024;
+    constexpr int allowed = mebi / 2 / 1024;
+    constexpr int soon = 3000; // milliseconds: on a busy machine
     int lowest = watch.daemonNow();
+    qint64 back = -1;
+    QElapsedTimer clock;
+    clock.start();
     QElapsedTimer unchanged;
     unchanged.start();
-    const bool back = QTest::qWaitFor(
+    (void)QTest::qWaitFor(
         [&] {
             if (watch.daemonNow() < lowest) {
                 lowest = watch.daemonNow();
                 unchanged.restart();
             }
-            return lowest <= allowed && unchanged.elapsed() > 3000; // for the figure below
+            if (back < 0 && lowest <= allowed) {
+                back = clock.elapsed();
+            }
+            return unchanged.elapsed() > soon; // for the figure below
         },
         patience);
-    qInfo("idle: %d KiB before, %d KiB more after", watch.daemonIdle, lowest);
+    qInfo("idle: %d KiB before, %d KiB more after; back within %lld ms", watch.daemonIdle, lowest,
+          back);
 #ifndef __SANITIZE_ADDRESS__ // which keeps freed memory for a while
-    QVERIFY(back);
-#else
-    Q_UNUSED(back)
+    QVERIFY(watch.daemonPeak < (48 + 1) * mebi / 1024);
+    QVERIFY(back >= 0 && back < soon);
 #endif
 }
 
@@ -379,13 +393,13 @@ void LoadTest::pastWhatFits_data()
     QTest::addColumn<int>("fits"); // MiB
     QTest::addColumn<bool>("dropped");
 
-    QTest::newRow("one sender is made to wait") << 1 << 180 << false;
+    QTest::newRow("one sender is made to wait") << 1 << 170 << false;
     // They may fill the bus before the daemon has read anything.
     QTest::newRow("of several senders the bus drops the newest events") << 4 << 120 << true;
 }
 
 /*!
- * Storage hangs while more comes than the daemon (63 MiB of messages) and a bus with
+ * Storage hangs while more comes than the daemon (48 MiB of what counts) and a bus with
  * default limits (127 MiB for a sender, and for a receiver) can hold together.
  */
 void LoadTest::pastWhatFits()
@@ -430,6 +444,50 @@ void LoadTest::pastWhatFits()
     QCOMPARE(kept < events, dropped);
     QTRY_COMPARE(bus.dropped() - droppedBefore, events - kept);
     QCOMPARE(ownerOfName(), owner); // it was never thrown out
+}
+
+/*!
+ * A burst that the bus cannot hold alone, and storage whose fsync takes its
+ * time until all is sent.
+ */
+void LoadTest::burstOfSmallEvents()
+{
+    const int wanted = numberFromEnvironment("SEL_LOAD_BURST", 0);
+    const int burst = wanted > 0 ? wanted : 34; // MiB
+    constexpr int senderField = 16;
+    constexpr int keptFiles = 20; // so that memory for many of them is not seen as what stays
+    const int size = FloodSender::messageSize({"/power/supply0", 1, textSize}) + senderField;
+    const int events = (burst * mebi / size / senderCount + 1) * senderCount;
+    if (wanted == 0) {
+        bus.limit("max_outgoing_bytes"_s, 32 * mebi);
+    }
+    const auto unlimited = qScopeGuard([this] { bus.limit({}, 0); });
+    FaultyDisk disk;
+    Device device;
+    device.config.values.insert("SystemeventLogLocal"_s, "true"_s);
+    device.config.values.insert("SystemeventLogtail"_s, QString::number(keptFiles));
+    QVERIFY(device.start());
+    const int droppedBefore = bus.dropped();
+
+    Watch watch(device);
+    disk->fsyncDelay = 5000;
+    const Senders senders(bus.address(), senderCount, {{}, events / senderCount, textSize});
+    const auto areFinished = [&] {
+        watch.look(senders.sent());
+        return senders.areFinished();
+    };
+    QVERIFY(QTest::qWaitFor(areFinished, patience));
+    disk->fsyncDelay = 0;
+    QCOMPARE(senders.error(), QString());
+    qInfo("%lld of %d events of %d bytes were stored when the last was sent", qint64(watch.stored),
+          events, size);
+    QCOMPARE(bus.dropped() - droppedBefore, 0);
+    QVERIFY(store(watch, senders, events));
+    verifyMemory(watch);
+    QVERIFY(device.fillBundle());
+    const Stored stored = readLog(textSize);
+    QCOMPARE(stored.defect, QString());
+    QCOMPARE(int(stored.last - stored.fillers), events);
 }
 
 QTEST_GUILESS_MAIN(LoadTest)

@@ -50,6 +50,26 @@ bool busReachesDaemon()
     return callAndServe(QDBusConnection::systemBus(), ping).type() == QDBusMessage::ReplyMessage;
 }
 
+//! Announces a status change to the daemon alone.
+bool sendToDaemon(const QString &path, int id, const QVariantList &values)
+{
+    QDBusMessage change = QDBusMessage::createTargetedSignal("com.tovel.systemeventlogger"_s, path,
+                                                             "com.tovel.status"_s, "change"_s);
+    change << id << QVariant::fromValue(QDBusVariant(values));
+    return QDBusConnection::systemBus().send(change);
+}
+
+//! How many connections wait for the daemon's name or have it.
+int connectionsForName()
+{
+    QDBusMessage message
+        = QDBusMessage::createMethodCall("org.freedesktop.DBus"_s, "/org/freedesktop/DBus"_s,
+                                         "org.freedesktop.DBus"_s, "ListQueuedOwners"_s);
+    message << "com.tovel.systemeventlogger"_s;
+    const QDBusMessage answer = callAndServe(QDBusConnection::systemBus(), message);
+    return int(answer.arguments().value(0).toStringList().size());
+}
+
 QVariant wrap(const QVariant &value)
 {
     return QVariant::fromValue(QDBusVariant(value));
@@ -79,7 +99,9 @@ private Q_SLOTS:
     void fileDescriptors();
     void deepNesting();
     void hugeValue();
+    void floodWhileBusy_data();
     void floodWhileBusy();
+    void floodOfCallsWhileBusy();
     void otherSignatures_data();
     void otherSignatures();
     void binaryOutputComesFirst();
@@ -160,6 +182,9 @@ void IntakeTest::refusedSubscriptionIsAskedForBySwitchingAnew()
     QVERIFY(device->setProperty("logLocal"_s, true));
     QCOMPARE(device->outputLines("systemeventlogger:"_s),
              QStringList{"systemeventlogger: startet listening on dbus listening: true"_s});
+    // Both connections have asked: the second one at once behind the name.
+    QTRY_COMPARE_WITH_TIMEOUT(connectionsForName(), 2, busPatience);
+    QVERIFY(device->property("logLocal"_s).toBool());
     bus.refuse({});
     QVERIFY(device->setProperty("logNetwork"_s, true));
     device->change("/deaf"_s, 1003, {});
@@ -364,8 +389,16 @@ void IntakeTest::hugeValue()
              R"("info","path":"/after","msg":"Message small"}])"_s);
 }
 
+void IntakeTest::floodWhileBusy_data()
+{
+    QTest::addColumn<bool>("isSentToAll");
+    QTest::newRow("of status changes that everybody gets") << true;
+    QTest::newRow("of status changes that the daemon alone gets") << false;
+}
+
 void IntakeTest::floodWhileBusy()
 {
+    QFETCH(const bool, isSentToAll);
     // More than libdbus lets wait (some 60 MiB) arrives while the daemon makes a
     // long answer of empty elements: it must read on afterwards.
     Device::writeLogFile(0, RecordBytes::record(1) + RecordBytes::record(16700000));
@@ -374,9 +407,13 @@ void IntakeTest::floodWhileBusy()
     QVERIFY(device->start());
     device->callNoReply("jsonLogfile"_s, {quint64(0), ~quint64(0)});
     constexpr int count = 100;
-    constexpr int size = 1000000;
+    const QString text(1000000, QLatin1Char('x'));
     for (int i = 0; i < count; ++i) {
-        device->change("/flood"_s, 1002, {QString(size, QLatin1Char('x'))});
+        if (isSentToAll) {
+            device->change("/flood"_s, 1002, {text});
+        } else {
+            QVERIFY(sendToDaemon("/flood"_s, 1002, {text}));
+        }
     }
     device->settle();
     QVERIFY(device->fillBundle());
@@ -384,7 +421,23 @@ void IntakeTest::floodWhileBusy()
     for (int index = 0; index <= count + 1; ++index) {
         stored += QFileInfo(Device::logPath(index)).size();
     }
-    QVERIFY(stored > qint64(count) * size);
+    QVERIFY(stored > qint64(count) * text.size());
+}
+
+void IntakeTest::floodOfCallsWhileBusy()
+{
+    Device::writeLogFile(0, RecordBytes::record(1) + RecordBytes::record(16700000));
+    QVERIFY(device->start());
+    device->callNoReply("jsonLogfile"_s, {quint64(0), ~quint64(0)});
+    const QString text(1000000, QLatin1Char('x'));
+    for (int i = 0; i < 100; ++i) {
+        device->callNoReply("noSuchMethod"_s, {text});
+    }
+    QCOMPARE(device->result("getMinLogNr"_s).toULongLong(), 1ULL);
+    QVERIFY(device->setProperty("logLocal"_s, true));
+    device->change("/p"_s, 1002, {text});
+    QVERIFY(device->fillBundle());
+    QVERIFY(device->isRunning());
 }
 
 void IntakeTest::otherSignatures_data()

@@ -15,6 +15,7 @@
 #include <QDBusVariant>
 #include <QDir>
 #include <QFile>
+#include <QProcess>
 #include <QTest>
 
 #include <memory>
@@ -51,6 +52,7 @@ private Q_SLOTS:
     void init();
     void cleanup();
     void secondInstanceTouchesNothing();
+    void nameIsOfTheConnectionForCalls();
     void callsAreAnsweredOnlyWhenAllIsBuilt();
     void fatalMessages_data();
     void fatalMessages();
@@ -90,6 +92,39 @@ void StartupTest::secondInstanceTouchesNothing()
     QVERIFY(!QFile::exists("/srv/public/log"_s));
     QCOMPARE(device->config.calls, QStringList{});
     QCOMPARE(syslog.received(), QList<QByteArray>{}); // even the fatal message does not get there
+}
+
+//! The other one only queues for it, which neither a client nor a second instance notices.
+void StartupTest::nameIsOfTheConnectionForCalls()
+{
+    const QString name = QString::fromLatin1(serviceName);
+    const auto askBus = [&name](const QString &method) {
+        QDBusMessage message = QDBusMessage::createMethodCall(
+            "org.freedesktop.DBus"_s, "/org/freedesktop/DBus"_s, "org.freedesktop.DBus"_s, method);
+        message << name;
+        return callAndServe(QDBusConnection::systemBus(), message).arguments().value(0);
+    };
+    QVERIFY(device->start());
+    const QString owner = askBus("GetNameOwner"_s).toString();
+    const auto inQueue = [&] { return askBus("ListQueuedOwners"_s).toStringList(); };
+    QCOMPARE(inQueue(), QStringList{owner});
+
+    QVERIFY(device->setProperty("logLocal"_s, true));
+    QTRY_COMPARE_WITH_TIMEOUT(inQueue().size(), 2, busPatience);
+    QCOMPARE(inQueue().constFirst(), owner);
+    QCOMPARE(askBus("GetNameOwner"_s).toString(), owner);
+    QVERIFY(device->isServing());
+
+    QProcess second;
+    second.setProcessChannelMode(QProcess::MergedChannels);
+    second.start(QString::fromLocal8Bit(qgetenv("SEL_DAEMON")), QStringList());
+    QVERIFY(second.waitForFinished(busPatience));
+    QCOMPARE(second.exitStatus(), QProcess::CrashExit);
+    QCOMPARE(second.readAll(), QByteArray("Registering dbus connection failed.\n"));
+    QCOMPARE(inQueue().size(), 2);
+
+    QVERIFY(device->setProperty("logLocal"_s, false));
+    QTRY_COMPARE_WITH_TIMEOUT(inQueue(), QStringList{owner}, busPatience);
 }
 
 void StartupTest::callsAreAnsweredOnlyWhenAllIsBuilt()
