@@ -4,15 +4,20 @@
 #include "reliability/wirebus.h"
 #include "support/literals.h"
 
+#include <QDeadlineTimer>
 #include <QtEndian>
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstring>
 #include <utility>
 #include <vector>
 
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -115,6 +120,16 @@ bool BusSide::send(const QByteArray &bytes, int descriptor, int times)
         message.msg_controllen = 0;
     }
     return true;
+}
+
+bool BusSide::waitUntilRead() const
+{
+    const QDeadlineTimer end(std::chrono::seconds{patience});
+    int unread = 0;
+    while (ioctl(socket, SIOCOUTQ, &unread) == 0 && unread > 0 && !end.hasExpired()) {
+        sched_yield();
+    }
+    return unread == 0;
 }
 
 void BusSide::waitForEnd() const

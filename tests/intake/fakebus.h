@@ -28,6 +28,8 @@ public:
     [[nodiscard]] quint32 readMessage() const;
     //! Sends bytes, with an open descriptor so many times; false once the other is gone.
     bool send(const QByteArray &bytes, int descriptor = -1, int times = 0);
+    //! Waits until the other has read everything; false where he does not.
+    [[nodiscard]] bool waitUntilRead() const;
     //! Waits until the other is gone.
     void waitForEnd() const;
     //! Whether the other is gone, or sends something, within that time.

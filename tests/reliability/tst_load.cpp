@@ -3,7 +3,7 @@
 // Events faster than the daemon stores them, on storage as fast as memory and on storage
 // whose fsync takes its time: nothing is lost as long as the bus can hold what waits, and
 // memory comes back. Past that the daemon lives on and the bus says what it dropped. Speed
-// is printed; judged is only that the daemon does not rest while a bus has more for it.
+// is printed and not judged.
 //
 // SEL_LOAD_EVENTS  how many events to send (20000; a tenth of it with the slowest
 //                  storage), 1000000 for the figures in the documents.
@@ -302,15 +302,10 @@ void LoadTest::nothingIsLost()
 
     Watch watch(device);
     const int rate = numberFromEnvironment("SEL_LOAD_RATE", 0);
-    [[maybe_unused]] const bool onBroker = qEnvironmentVariableIsSet("SEL_DBUS_BROKER");
     const Senders senders(bus.address(), senderCount,
                           {{}, events / senderCount, textSize, rate / senderCount});
     QVERIFY(store(watch, senders, events));
     QCOMPARE(senders.error(), QString());
-#ifndef __SANITIZE_ADDRESS__ // which makes all slow
-    // It hands over 16 at once, and others when those are read: rests of 3 ms add up.
-    QVERIFY(!onBroker || fsyncDelay > 0 || rate > 0 || watch.storing < events / 16);
-#endif
     verifyMemory(watch);
     device.settle();
     QVERIFY(device.fillBundle());
