@@ -195,16 +195,10 @@ private:
  */
 bool settle(WireBus &sender)
 {
-    WireMessage question;
-    question.type = WireMessage::Call;
-    question.path = "/org/freedesktop/DBus";
-    question.interface = "org.freedesktop.DBus";
-    question.member = "GetId";
-    question.destination = "org.freedesktop.DBus";
     constexpr int pause = 1000; // milliseconds
     for (int tries = 0; tries < busPatience / pause; ++tries) {
         const quint32 serial = sender.nextSerial();
-        if (!sender.sendBytes(question.toBytes(serial))) {
+        if (!sender.sendBytes(callOfBus("GetId").toBytes(serial))) {
             return false;
         }
         if (sender.waitFor(serial, pause)) {

@@ -12,7 +12,6 @@
 #include <cstddef>
 #include <cstring>
 #include <utility>
-#include <vector>
 
 #include <linux/sockios.h>
 #include <poll.h>
@@ -25,7 +24,6 @@
 namespace
 {
 
-constexpr int mostDescriptors = 253;
 constexpr int patience = 60; // seconds; against what hangs
 
 } // namespace
@@ -93,33 +91,7 @@ void BusSide::welcome()
 
 bool BusSide::send(const QByteArray &bytes, int descriptor, int times)
 {
-    alignas(cmsghdr) char control[CMSG_SPACE(mostDescriptors * sizeof(int))] = {};
-    iovec content{const_cast<char *>(bytes.constData()), size_t(bytes.size())};
-    msghdr message{};
-    message.msg_iov = &content;
-    message.msg_iovlen = 1;
-    if (times > 0) {
-        const size_t size = size_t(times) * sizeof(int);
-        message.msg_control = control;
-        message.msg_controllen = CMSG_SPACE(size);
-        cmsghdr *const head = CMSG_FIRSTHDR(&message);
-        head->cmsg_level = SOL_SOCKET;
-        head->cmsg_type = SCM_RIGHTS;
-        head->cmsg_len = CMSG_LEN(size);
-        const std::vector<int> passed(size_t(times), descriptor);
-        std::memcpy(CMSG_DATA(head), passed.data(), size);
-    }
-    while (content.iov_len > 0) {
-        const ssize_t sent = sendmsg(socket, &message, MSG_NOSIGNAL);
-        if (sent < 0) {
-            return false;
-        }
-        content.iov_base = static_cast<char *>(content.iov_base) + sent;
-        content.iov_len -= size_t(sent);
-        message.msg_control = nullptr; // they went with the first bytes
-        message.msg_controllen = 0;
-    }
-    return true;
+    return sendAll(socket, bytes, descriptor, times);
 }
 
 bool BusSide::waitUntilRead() const

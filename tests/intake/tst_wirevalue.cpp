@@ -484,6 +484,16 @@ void addRowsOfNames(const char *field, QByteArray WireMessage::*member,
     add(begin.leftJustified(256, 'x'), true);
 }
 
+WireMessage unknownSignal(bool isBigEndian)
+{
+    WireMessage message;
+    message.isBigEndian = isBigEndian;
+    message.path = "/";
+    message.interface = "org.example.unknown";
+    message.member = "member";
+    return message;
+}
+
 //! A field of a given number, with a value that somebody writes.
 QByteArray withField(const WireMessage &message, int field, const Writing &write)
 {
@@ -625,11 +635,7 @@ void WireValueTest::names()
     QFETCH(Change, change);
     QFETCH(bool, isMalformed);
     for (const bool isBigEndian : {false, true}) {
-        WireMessage message;
-        message.isBigEndian = isBigEndian;
-        message.path = "/";
-        message.interface = "org.example.unknown";
-        message.member = "member";
+        WireMessage message = unknownSignal(isBigEndian);
         change(message);
         QVERIFY(agree(message.toBytes(1), isMalformed));
     }
@@ -688,11 +694,7 @@ void WireValueTest::fields()
     QFETCH(Writing, write);
     QFETCH(bool, isMalformed);
     for (const bool isBigEndian : {false, true}) {
-        WireMessage message;
-        message.isBigEndian = isBigEndian;
-        message.path = "/";
-        message.interface = "org.example.unknown";
-        message.member = "member";
+        const WireMessage message = unknownSignal(isBigEndian);
         QVERIFY(agree(withField(message, field, write), isMalformed));
     }
 }

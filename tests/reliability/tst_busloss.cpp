@@ -170,13 +170,8 @@ public:
     //! Waits until the bus has put everything into its queues.
     [[nodiscard]] bool settle()
     {
-        WireMessage question;
-        question.type = WireMessage::Call;
-        question.path = "/org/freedesktop/DBus";
-        question.interface = question.destination = "org.freedesktop.DBus";
-        question.member = "GetId";
         const quint32 serial = bus.nextSerial();
-        return bus.sendBytes(question.toBytes(serial)) && bus.waitFor(serial, patience);
+        return bus.sendBytes(callOfBus("GetId").toBytes(serial)) && bus.waitFor(serial, patience);
     }
 
 private:

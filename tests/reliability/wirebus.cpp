@@ -155,6 +155,17 @@ WireMessage callOfLogNode(const QByteArray &member, const QByteArray &interface)
     return message;
 }
 
+WireMessage callOfBus(const QByteArray &member)
+{
+    WireMessage message;
+    message.type = WireMessage::Call;
+    message.path = "/org/freedesktop/DBus";
+    message.interface = "org.freedesktop.DBus";
+    message.member = member;
+    message.destination = message.interface;
+    return message;
+}
+
 WireMessage questionForAll()
 {
     WireMessage message = callOfLogNode("jsonLogfile");
@@ -196,63 +207,21 @@ QByteArray WireAnswer::text() const
                                                                   : QByteArray();
 }
 
-WireBus::WireBus(const QString &address, Other other)
-    : socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+int connectTo(const QString &address)
 {
     const QByteArray path
         = address.section("path="_s, 1).section(QLatin1Char(','), 0, 0).toLocal8Bit();
     sockaddr_un name{};
     name.sun_family = AF_UNIX;
     qstrncpy(name.sun_path, path.constData(), sizeof name.sun_path);
-    if (connect(socket, reinterpret_cast<const sockaddr *>(&name), sizeof name) != 0) {
+    const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (connect(descriptor, reinterpret_cast<const sockaddr *>(&name), sizeof name) != 0) {
         qFatal("cannot reach the bus: %s", std::strerror(errno));
     }
-    authenticate();
-    if (other == Other::Bus) {
-        greet();
-    }
+    return descriptor;
 }
 
-WireBus::~WireBus()
-{
-    close(socket);
-}
-
-void WireBus::greet()
-{
-    WireMessage hello;
-    hello.type = WireMessage::Call;
-    hello.path = "/org/freedesktop/DBus";
-    hello.interface = "org.freedesktop.DBus";
-    hello.member = "Hello";
-    hello.destination = "org.freedesktop.DBus";
-    constexpr int patience = 60000;
-    if (!send(hello) || !waitFor(serial, patience)) {
-        qFatal("the bus does not greet");
-    }
-}
-
-void WireBus::authenticate()
-{
-    const QByteArray user = QByteArray::number(getuid()).toHex();
-    if (!sendBytes(QByteArray(1, '\0') + "AUTH EXTERNAL " + user + "\r\n")
-        || !readLine().startsWith("OK ") || !sendBytes("NEGOTIATE_UNIX_FD\r\n")
-        || readLine() != "AGREE_UNIX_FD\r\n" || !sendBytes("BEGIN\r\n")) {
-        qFatal("the bus refuses this user");
-    }
-}
-
-QByteArray WireBus::readLine() const
-{
-    QByteArray line;
-    char next = 0;
-    while (!line.endsWith('\n') && recv(socket, &next, 1, 0) == 1) {
-        line.append(next);
-    }
-    return line;
-}
-
-bool WireBus::sendBytes(const QByteArray &bytes, int passed, int times)
+bool sendAll(int socket, const QByteArray &bytes, int passed, int times)
 {
     alignas(cmsghdr) char control[CMSG_SPACE(mostDescriptors * sizeof(int))] = {};
     iovec content{const_cast<char *>(bytes.constData()), size_t(bytes.size())};
@@ -281,6 +250,53 @@ bool WireBus::sendBytes(const QByteArray &bytes, int passed, int times)
         message.msg_controllen = 0;
     }
     return true;
+}
+
+WireBus::WireBus(const QString &address, Other other)
+    : socket(connectTo(address))
+{
+    authenticate();
+    if (other == Other::Bus) {
+        greet();
+    }
+}
+
+WireBus::~WireBus()
+{
+    close(socket);
+}
+
+void WireBus::greet()
+{
+    constexpr int patience = 60000;
+    if (!send(callOfBus("Hello")) || !waitFor(serial, patience)) {
+        qFatal("the bus does not greet");
+    }
+}
+
+void WireBus::authenticate()
+{
+    const QByteArray user = QByteArray::number(getuid()).toHex();
+    if (!sendBytes(QByteArray(1, '\0') + "AUTH EXTERNAL " + user + "\r\n")
+        || !readLine().startsWith("OK ") || !sendBytes("NEGOTIATE_UNIX_FD\r\n")
+        || readLine() != "AGREE_UNIX_FD\r\n" || !sendBytes("BEGIN\r\n")) {
+        qFatal("the bus refuses this user");
+    }
+}
+
+QByteArray WireBus::readLine() const
+{
+    QByteArray line;
+    char next = 0;
+    while (!line.endsWith('\n') && recv(socket, &next, 1, 0) == 1) {
+        line.append(next);
+    }
+    return line;
+}
+
+bool WireBus::sendBytes(const QByteArray &bytes, int passed, int times)
+{
+    return sendAll(socket, bytes, passed, times);
 }
 
 bool WireBus::send(const WireMessage &message, int passed)

@@ -55,6 +55,8 @@ struct WireMessage {
 //! A call of a method of the daemon's log node.
 WireMessage callOfLogNode(const QByteArray &member,
                           const QByteArray &interface = "local.LogManager");
+//! A call of a method of the bus that takes nothing.
+WireMessage callOfBus(const QByteArray &member);
 //! A call that asks for the whole log.
 WireMessage questionForAll();
 //! A call with a small answer.
@@ -62,6 +64,11 @@ WireMessage questionForMinimum();
 //! A status change whose one value is an array of the given type, of \a count like elements.
 WireMessage statusChange(int eventId, const QByteArray &type, const QByteArray &element,
                          int alignment, int count);
+
+//! A socket at \a address, as TestBus gives it. Ends the test program when nobody is there.
+[[nodiscard]] int connectTo(const QString &address);
+//! Sends all bytes, with an open descriptor so many times; false once the other has hung up.
+[[nodiscard]] bool sendAll(int socket, const QByteArray &bytes, int passed = -1, int times = 0);
 
 //! What a test wants to know of a message that came.
 struct WireAnswer {
@@ -80,8 +87,8 @@ public:
     enum class Other { Bus, Program };
 
     /*!
-     * \a address as TestBus gives it. Ends the test program when the bus cannot be reached.
-     * A program on the other side is not greeted as a bus is.
+     * Ends the test program when the bus at \a address cannot be reached. A program on the
+     * other side is not greeted as a bus is.
      */
     explicit WireBus(const QString &address, Other other = Other::Bus);
     ~WireBus();

@@ -3,6 +3,7 @@
 // A bus that lets no second connection of the daemon in: status changes come over the first
 // one, each once and in order, and over both as soon as they may.
 
+#include "reliability/wirebus.h"
 #include "support/device.h"
 #include "support/literals.h"
 #include "support/testbus.h"
@@ -16,8 +17,6 @@
 #include <algorithm>
 #include <memory>
 
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace
@@ -45,16 +44,8 @@ class SilentPeer
 {
 public:
     explicit SilentPeer(const QString &address)
-        : descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+        : descriptor(connectTo(address))
     {
-        const QByteArray path
-            = address.section("path="_s, 1).section(QLatin1Char(','), 0, 0).toLocal8Bit();
-        sockaddr_un name{};
-        name.sun_family = AF_UNIX;
-        qstrncpy(name.sun_path, path.constData(), sizeof name.sun_path);
-        if (connect(descriptor, reinterpret_cast<const sockaddr *>(&name), sizeof name) != 0) {
-            qFatal("cannot reach the bus");
-        }
     }
     ~SilentPeer() { close(descriptor); }
     Q_DISABLE_COPY_MOVE(SilentPeer)

@@ -102,18 +102,6 @@ WireMessage localSwitch(bool on)
     return message;
 }
 
-//! A call that the bus answers when it has handed on everything before.
-WireMessage questionToBus()
-{
-    WireMessage message;
-    message.type = WireMessage::Call;
-    message.path = "/org/freedesktop/DBus";
-    message.interface = "org.freedesktop.DBus";
-    message.member = "GetId";
-    message.destination = "org.freedesktop.DBus";
-    return message;
-}
-
 //! Announces and calls in a random order, and remembers it.
 class Sender
 {
@@ -155,7 +143,7 @@ public:
                 setAddress();
             }
             if (i % group == 0) {
-                waitFor(questionToBus());
+                waitFor(callOfBus("GetId")); // answered when it has handed on all before
                 known = int(setBefore.size());
                 std::this_thread::sleep_for(rest);
             }
