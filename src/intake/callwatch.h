@@ -24,8 +24,8 @@ struct BusAnswer {
 
 /*!
  * Tells of every call and status change that comes over QtDBus's connection before and after
- * it is handled. QtDBus says neither who sent
- * a message as which of his nor when a property is written.
+ * it is handled. QtDBus says neither who sent a message as which of his nor when a property
+ * is written.
  *
  * QtDBus reads and hands on messages when its notifier tells of them, in its own thread, and
  * posts each to the thread of the object that it is for. Here that is done in its place,

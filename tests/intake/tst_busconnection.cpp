@@ -42,11 +42,7 @@ int openDescriptors()
 
 WireMessage signal(bool isBigEndian)
 {
-    WireMessage message;
-    message.isBigEndian = isBigEndian;
-    message.path = "/";
-    message.interface = "org.example.unknown";
-    message.member = "member";
+    WireMessage message = unknownSignal(isBigEndian);
     message.sender = ":1.7";
     return message;
 }

@@ -484,16 +484,6 @@ void addRowsOfNames(const char *field, QByteArray WireMessage::*member,
     add(begin.leftJustified(256, 'x'), true);
 }
 
-WireMessage unknownSignal(bool isBigEndian)
-{
-    WireMessage message;
-    message.isBigEndian = isBigEndian;
-    message.path = "/";
-    message.interface = "org.example.unknown";
-    message.member = "member";
-    return message;
-}
-
 //! A field of a given number, with a value that somebody writes.
 QByteArray withField(const WireMessage &message, int field, const Writing &write)
 {

@@ -182,14 +182,30 @@ WireMessage questionForMinimum()
     return callOfLogNode("getMinLogNr");
 }
 
-WireMessage statusChange(int eventId, const QByteArray &type, const QByteArray &element,
-                         int alignment, int count)
+WireMessage unknownSignal(bool isBigEndian)
+{
+    WireMessage message;
+    message.isBigEndian = isBigEndian;
+    message.path = "/";
+    message.interface = "org.example.unknown";
+    message.member = "member";
+    return message;
+}
+
+WireMessage statusSignal()
 {
     WireMessage message;
     message.path = "/x";
     message.interface = "com.tovel.status";
     message.member = "change";
     message.signature = "iv";
+    return message;
+}
+
+WireMessage statusChange(int eventId, const QByteArray &type, const QByteArray &element,
+                         int alignment, int count)
+{
+    WireMessage message = statusSignal();
     WireWriter out;
     out.fixed(quint64(eventId), 4);
     out.signature(type);

@@ -61,6 +61,10 @@ WireMessage callOfBus(const QByteArray &member);
 WireMessage questionForAll();
 //! A call with a small answer.
 WireMessage questionForMinimum();
+//! A signal that the daemon does not know.
+WireMessage unknownSignal(bool isBigEndian);
+//! A status change without its body.
+WireMessage statusSignal();
 //! A status change whose one value is an array of the given type, of \a count like elements.
 WireMessage statusChange(int eventId, const QByteArray &type, const QByteArray &element,
                          int alignment, int count);

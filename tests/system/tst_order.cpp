@@ -57,11 +57,7 @@ quint32 addressOf(int sender, int number)
 
 WireMessage eventOf(int sender, int number)
 {
-    WireMessage message;
-    message.path = "/x";
-    message.interface = "com.tovel.status";
-    message.member = "change";
-    message.signature = "iv";
+    WireMessage message = statusSignal();
     WireWriter out;
     out.fixed(1002, 4);
     out.signature("av");
