@@ -777,7 +777,8 @@ static QByteArray shortened(const QByteArray &message, int bodyBegin, Dice &dice
 //! Another message of the length that its fixed part says.
 static QByteArray damaged(const QByteArray &message, Dice &dice)
 {
-    static const char odd[] = {0, 1, 2, 3, 4, 8, 127, -128, -1, 'a', 'v', 's', '(', ')', '{', '}'};
+    static const char odd[]
+        = {0, 1, 2, 3, 4, 8, 127, '\x80', '\xFF', 'a', 'v', 's', '(', ')', '{', '}'};
     QByteArray bytes = message;
     const int size = int(bytes.size());
     const int fieldsEnd = size - int(Wire::readHead(viewOf(message))->body.size());
