@@ -120,7 +120,7 @@ void StartupTest::nameIsOfTheConnectionForCalls()
     second.start(QString::fromLocal8Bit(qgetenv("SEL_DAEMON")), QStringList());
     QVERIFY(second.waitForFinished(busPatience));
     QCOMPARE(second.exitStatus(), QProcess::CrashExit);
-    QCOMPARE(second.readAll(), QByteArray("Registering dbus connection failed.\n"));
+    QCOMPARE(second.readLine(), QByteArray("Registering dbus connection failed.\n"));
     QCOMPARE(inQueue().size(), 2);
 
     QVERIFY(device->setProperty("logLocal"_s, false));
