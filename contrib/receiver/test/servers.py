@@ -14,7 +14,7 @@ from device import end, eventually
 
 CONFIGURATIONS = os.path.dirname(os.path.dirname(os.path.realpath(__file__)))
 MADE_FRESH = ("run", "tmp", "var/log", "var/spool", "var/lib/postgresql",
-              "var/lib/syslog-ng", "etc/rsyslog-events")
+              "var/lib/syslog-ng", "etc/rsyslog-events", "etc/syslog-ng-events")
 POSTGRES = 5432  # as user id, as group id and as port
 
 
@@ -174,9 +174,23 @@ class SyslogNg(Server):
     zero_byte = "\\x00"
     cut_at_end = "\0\n"
 
-    def __init__(self, root):
-        root.install("syslog-ng.conf", "tmp")
-        super().__init__(root, "syslog-ng", "-F", "--no-caps", "-f", "/tmp/syslog-ng.conf")
+    folder = "etc/syslog-ng-events/"
+
+    def __init__(self, root, store=None):
+        """With a store, the one of syslog-ng-STORE.conf."""
+        for name in os.listdir(root.path(self.folder)):
+            os.remove(root.path(self.folder + name))
+        root.install("syslog-ng.conf", self.folder)
+        if store:
+            root.install(f"syslog-ng-{store}.conf", f"{self.folder}store-{store}.conf")
+        super().__init__(root, "syslog-ng", "-F", "--no-caps",
+                         "-f", "/etc/syslog-ng-events/syslog-ng.conf")
+
+    def check_configuration(self):
+        """What the server's own check says; an empty text when it finds nothing wrong."""
+        done = subprocess.run(self.root.command(*self.command, "-s"), check=False, text=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        return "" if done.returncode == 0 else done.stdout
 
 
 class PostgreSql:
