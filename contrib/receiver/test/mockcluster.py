@@ -4,11 +4,12 @@
 usage: mockcluster.py BROKERS TOPIC PARTITIONS
 
 Prints the brokers' addresses, which are random ports of loopback. Then it takes commands on
-its standard input, one a line, and answers each with a line: `down N`, `up N` and
-`lead PARTITION N`, with brokers counted from 1. Ends at the end of the input.
+its standard input, one a line, and answers each with a line: `down N`, `up N`,
+`lead PARTITION N` and `coordinate TRANSACTIONAL_ID N`, with brokers counted from 1. Ends at
+the end of the input.
 
-Its data is in memory. It does not elect: a partition whose leader is down has none until
-`lead` names another broker. It does not look at sequence numbers either, so what a broker
+Its data is in memory. It does not elect: what a broker led or coordinated waits for it
+until another one is told to. It does not look at sequence numbers either, so what a broker
 would know to be a repetition is stored once more.
 """
 import ctypes
@@ -30,10 +31,23 @@ def library():
             ("mock_topic_create", number, thing, text, number, number),
             ("mock_broker_set_down", number, thing, ctypes.c_int32),
             ("mock_broker_set_up", number, thing, ctypes.c_int32),
-            ("mock_partition_set_leader", number, thing, text, ctypes.c_int32, ctypes.c_int32)):
+            ("mock_partition_set_leader", number, thing, text, ctypes.c_int32, ctypes.c_int32),
+            ("mock_coordinator_set", number, thing, text, text, ctypes.c_int32)):
         function = getattr(loaded, "rd_kafka_" + name)
         function.restype, function.argtypes = result, arguments
     return loaded
+
+
+def obey(kafka, cluster, topic, command, *words):
+    """Returns an error number, 0 for none."""
+    if command == "down":
+        return kafka.rd_kafka_mock_broker_set_down(cluster, int(words[0]))
+    if command == "up":
+        return kafka.rd_kafka_mock_broker_set_up(cluster, int(words[0]))
+    if command == "lead":
+        return kafka.rd_kafka_mock_partition_set_leader(cluster, topic, *map(int, words))
+    return kafka.rd_kafka_mock_coordinator_set(cluster, b"transaction", words[0].encode(),
+                                               int(words[1]))
 
 
 def main():
@@ -47,14 +61,7 @@ def main():
         sys.exit(f"mockcluster: the topic cannot be made: {failed}")
     print(kafka.rd_kafka_mock_cluster_bootstraps(cluster).decode(), flush=True)
     for line in sys.stdin:
-        command, *numbers = line.split()
-        if command == "down":
-            failed = kafka.rd_kafka_mock_broker_set_down(cluster, int(numbers[0]))
-        elif command == "up":
-            failed = kafka.rd_kafka_mock_broker_set_up(cluster, int(numbers[0]))
-        else:
-            failed = kafka.rd_kafka_mock_partition_set_leader(
-                cluster, topic, int(numbers[0]), int(numbers[1]))
+        failed = obey(kafka, cluster, topic, *line.split())
         print(f"failed: {failed}" if failed else "done", flush=True)
 
 
