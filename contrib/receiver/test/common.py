@@ -9,7 +9,6 @@ from device import eventually
 
 MEMBERS = {"received", "host", "devicetime", "level", "id", "path", "message"}
 ANY_EVENT = b"<28> 1 2024-05-01T12:00:00  zib - 1001 - \xef\xbb\xbf[/a] x"
-GENTLE_RATE = 5000  # where the rate is not the question
 
 
 class Failure(Exception):
@@ -23,6 +22,14 @@ def expect(condition, text):
 
 def say(text):
     print(text, flush=True)
+
+
+FIGURES = []  # what was measured, for the table at the end
+
+
+def figure(what, value):
+    FIGURES.append((what, value))
+    say(f"    {what}: {value}")
 
 
 # --- Comparing --------------------------------------------------------------------

@@ -12,8 +12,7 @@ import time
 
 import events
 import servers
-from common import (ANY_EVENT, GENTLE_RATE, Sender, await_lines, compare, expect, now,
-                    say)
+from common import (ANY_EVENT, Sender, await_lines, compare, expect, figure, now, say)
 from device import end, eventually, paced
 
 BROKERS = 3
@@ -22,6 +21,7 @@ TOPIC = "device-events"
 DEVICES = [f"127.0.0.{number}" for number in range(1, 13)]
 TRANSACTIONS = "kafka.events-of-receiver-1"  # by persist-name() of syslog-ng-kafka.conf
 END = 10  # seconds that a server gets for its end, before it is killed
+RATE = 5000  # a second
 IDLE = 45  # seconds without a new event after which none is expected; clients wait up to 10
 ROOM = 100_000  # bytes that may wait in the server's socket, by the kernel's count
 # Put into a configuration, these must be noticed by the server's own check.
@@ -256,7 +256,7 @@ def undisturbed(server, cluster, fleet, captured):
     with server:
         cpu = server.cpu_seconds()
         started = time.monotonic()
-        paced(captured, GENTLE_RATE, fleet.send)
+        paced(captured, RATE, fleet.send)
         messages = await_messages(cluster, len(captured))
         took = time.monotonic() - started
         cpu = server.cpu_seconds() - cpu
@@ -267,9 +267,9 @@ def undisturbed(server, cluster, fleet, captured):
 def brokers_away(server, cluster, fleet, captured):
     fifth = len(captured) // 5
     with server:
-        paced(captured[:fifth], GENTLE_RATE, fleet.send)
+        paced(captured[:fifth], RATE, fleet.send)
         cluster.all_down()
-        paced(captured[fifth:], GENTLE_RATE, fleet.send)
+        paced(captured[fifth:], RATE, fleet.send)
         expect(len(await_lines(server, len(captured))) == len(captured), "the file lacks some")
         cluster.all_up()
         started = time.monotonic()
@@ -282,11 +282,11 @@ def one_away(server, cluster, fleet, captured):
     fifth = len(captured) // 5
     cluster.share(range(1, BROKERS + 1))
     with server:
-        paced(captured[:fifth], GENTLE_RATE, fleet.send)
+        paced(captured[:fifth], RATE, fleet.send)
         cluster.tell("down 1")
-        paced(captured[fifth:3 * fifth], GENTLE_RATE, fleet.send)
+        paced(captured[fifth:3 * fifth], RATE, fleet.send)
         cluster.share(range(2, BROKERS + 1))
-        paced(captured[3 * fifth:], GENTLE_RATE, fleet.send)
+        paced(captured[3 * fifth:], RATE, fleet.send)
         messages = await_messages(cluster, len(captured))
     return messages, ""
 
@@ -294,13 +294,13 @@ def one_away(server, cluster, fleet, captured):
 def server_restarted(server, cluster, fleet, captured):
     third = len(captured) // 3
     with server:
-        paced(captured[:third], GENTLE_RATE, fleet.send)
+        paced(captured[:third], RATE, fleet.send)
         cluster.all_down()
-        paced(captured[third:2 * third], GENTLE_RATE, fleet.send)
+        paced(captured[third:2 * third], RATE, fleet.send)
         expect(len(await_lines(server, 2 * third)) == 2 * third, "the file lacks some")
         ending = stop(server)
     with server:
-        paced(captured[2 * third:], GENTLE_RATE, fleet.send)
+        paced(captured[2 * third:], RATE, fleet.send)
         expect(len(await_lines(server, len(captured))) == len(captured), "the file lacks some")
         cluster.all_up()
         messages = await_messages(cluster, len(captured))
@@ -316,6 +316,7 @@ SCENARIOS = {
 
 
 def into_kafka(name, make, root, device, stream, captured, begin):
+    """`make` gives a server with its configuration as it stands."""
     say(f"  {name}:")
     check_configuration(name, make())
     with Cluster(root) as cluster:
@@ -330,16 +331,17 @@ def into_kafka(name, make, root, device, stream, captured, begin):
             messages, figures = scenario(server, cluster, fleet, captured)
             doubles, disorder = check_messages(messages, stream, begin, server)
             partitions = len({partition for partition, _, _ in messages})
-            say(f"  {what}: {len(stream)} events of {len(DEVICES)} devices in {partitions} of "
-                f"{PARTITIONS} partitions: 0 lost, {doubles} doubled, {disorder} out of order"
-                f"{figures}")
+            figure(f"{name}, {what}",
+                   f"{len(stream)} events of {len(DEVICES)} devices in {partitions} of "
+                   f"{PARTITIONS} partitions, 0 lost, {doubles} doubled, {disorder} out of "
+                   f"order{figures}")
             server.forget()
 
 
-def kafka(roots, device, stream, captured, begin):
-    """`roots` by name: those of the two servers, and `kafka`."""
+def test(rsyslog_root, root, device, stream, captured, begin):
+    """`root` has syslog-ng, the brokers and the consumer."""
     say("  (Kafka's protocol, against librdkafka's mock; no Kafka)")
     stream = as_sent_by_fleet(stream)
-    for name, server in (("rsyslog", servers.Rsyslog), ("syslog-ng", servers.SyslogNg)):
-        into_kafka(name, lambda: server(roots[name], "kafka"), roots["kafka"], device, stream,
-                   captured, begin)
+    for name, make in (("rsyslog", lambda: servers.Rsyslog(rsyslog_root, "kafka")),
+                       ("syslog-ng", lambda: servers.SyslogNg(root, "kafka"))):
+        into_kafka(name, make, root, device, stream, captured, begin)
