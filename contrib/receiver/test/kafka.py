@@ -88,7 +88,8 @@ class Cluster:
         messages, ends, at = [], {}, 0
         while at < len(output):
             begin = output.index(b"\n", at) + 1
-            partition, offset, key, value = map(int, output[at:begin].split())
+            partition, offset, *sizes = map(int, output[at:begin].split())
+            key, value = (max(size, 0) for size in sizes)  # -1 for none
             # Nobody has taken anything away, so this is about the brokers.
             expect(offset == ends.get(partition, 0), "the mock has no room for the events")
             ends[partition] = offset + 1
