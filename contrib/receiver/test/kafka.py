@@ -174,6 +174,19 @@ def use(server, cluster):
         file.write(configuration)
 
 
+def stop(server):
+    """As a service manager does it. Returns how it ended."""
+    started = time.monotonic()
+    server.process.terminate()
+    try:
+        server.process.wait(END)
+    except subprocess.TimeoutExpired:
+        server.process.kill()
+        server.process.wait()
+        return f"killed after {END} s"
+    return f"by itself in {time.monotonic() - started:.1f} s"
+
+
 def check_configuration(name, server):
     """The server's own check, and that without a broker nothing stops."""
     expect(not server.check_configuration(), server.check_configuration())
@@ -189,6 +202,7 @@ def check_configuration(name, server):
     with server, Sender() as sender:
         sender.send(ANY_EVENT)
         expect(len(await_lines(server, 1)) == 1, "without a broker the file stops too")
+        stop(server)
     expect(re.search("kafka[123]:9092", server.messages()), "no client looked for a broker")
     server.forget()
     say("  the server's check finds nothing wrong, and finds three errors put in; without a "
@@ -238,19 +252,6 @@ def check_messages(messages, stream, begin, server):
     expect(len(homes) == len(DEVICES), f"the keys are {list(homes)}")
     expect(len(set(homes.values())) > 1, f"all are in partition {set(homes.values())}")
     return len(messages) - len(seen), disorder
-
-
-def stop(server):
-    """As a service manager does it. Returns how it ended."""
-    started = time.monotonic()
-    server.process.terminate()
-    try:
-        server.process.wait(END)
-    except subprocess.TimeoutExpired:
-        server.process.kill()
-        server.process.wait()
-        return f"killed after {END} s"
-    return f"by itself in {time.monotonic() - started:.1f} s"
 
 
 def undisturbed(server, cluster, fleet, captured):
@@ -331,6 +332,8 @@ def into_kafka(name, make, root, device, stream, captured, begin):
             use(server, cluster)
             messages, figures = scenario(server, cluster, fleet, captured)
             doubles, disorder = check_messages(messages, stream, begin, server)
+            expect(scenario is not undisturbed or doubles == disorder == 0,
+                   f"{doubles} doubled and {disorder} out of order without a cause")
             partitions = len({partition for partition, _, _ in messages})
             figure(f"{name}, {what}",
                    f"{len(stream)} events of {len(DEVICES)} devices in {partitions} of "
