@@ -10,6 +10,18 @@ from device import eventually
 MEMBERS = {"received", "host", "devicetime", "level", "id", "path", "message"}
 ANY_EVENT = b"<28> 1 2024-05-01T12:00:00  zib - 1001 - \xef\xbb\xbf[/a] x"
 
+# A text in broken UTF-8, and what must be left of it.
+BROKEN = {
+    b"Ger\xe4t": "Ger.{1,4}t",
+    b"cut \xe2\x82": "cut .*",
+    b"\xff\xfe and": ".* and",
+    b"\x80\x80 stray": ".* stray",
+    b"half \xed\xa0\x80 a pair": "half .* a pair",
+    b"over\xc0\xaflong": "over.*long",
+    b"beyond \xf4\x90\x80\x80 the end": "beyond .* the end",
+    b"five \xf8\x88\x80\x80\x80 bytes": "five .* bytes",
+}
+
 
 class Failure(Exception):
     pass
@@ -24,11 +36,12 @@ def say(text):
     print(text, flush=True)
 
 
-FIGURES = []  # what was measured, for the table at the end
+FIGURES = {}  # what was measured in each part, for the table at the end
 
 
 def figure(what, value):
-    FIGURES.append((what, value))
+    """Of the part that was begun last."""
+    list(FIGURES.values())[-1].append((what, value))
     say(f"    {what}: {value}")
 
 

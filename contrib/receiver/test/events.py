@@ -11,17 +11,18 @@ ODD_LEVELS = {0: 100, 7: 107, 8: 108, 25: 125, 103: 203, 2000: 300,
 
 def catalogue():
     levels = "".join(f'<item value="{level}" name="l{level}"/>' for level in (*ODD_LEVELS, 4))
-    odd = "".join(f'<event id="{event}" loglevel="l{level}">'
+    value = '<argument type="string" name="value"/>'
+    odd = "".join(f'<event id="{event}" loglevel="l{level}">{value}'
                   '<description lang="en">%1</description></event>'
                   for level, event in ODD_LEVELS.items())
+    plain = "".join(f'<event id="{event}" loglevel="l4">{value}'
+                    '<description lang="en">%1</description></event>'
+                    for event in (1001, 4294967291, 2147483648, 2147483647))
     return f"""<?xml version="1.0" encoding="UTF-8"?>
-<systemevents><enum name="LogLevel">{levels}</enum><service name="test">{odd}
-<event id="1001" loglevel="l4"><description lang="en">%1</description></event>
+<systemevents><enum name="LogLevel">{levels}</enum><service name="test">{odd}{plain}
 <event id="1002" loglevel="l4"><description lang="en"></description></event>
-<event id="1003" loglevel="l4"><description lang="en">Number %1: %2</description></event>
-<event id="4294967291" loglevel="l4"><description lang="en">%1</description></event>
-<event id="2147483648" loglevel="l4"><description lang="en">%1</description></event>
-<event id="2147483647" loglevel="l4"><description lang="en">%1</description></event>
+<event id="1003" loglevel="l4"><argument type="int32" name="number"/>{value}
+<description lang="en">Number %1: %2</description></event>
 </service></systemevents>"""
 
 

@@ -4,7 +4,6 @@
 To be used as root within scripts/private-device: what is mounted over such a root, and
 what is written there, is gone afterwards.
 """
-import json
 import os
 import shutil
 import signal
@@ -15,7 +14,12 @@ from device import end, eventually
 CONFIGURATIONS = os.path.dirname(os.path.dirname(os.path.realpath(__file__)))
 MADE_FRESH = ("run", "tmp", "var/log", "var/spool", "var/lib/postgresql",
               "var/lib/syslog-ng", "etc/rsyslog-events", "etc/syslog-ng-events")
-POSTGRES = 5432  # as user id, as group id and as port
+
+
+def cpu_seconds_of(process):
+    with open(f"/proc/{process}/stat", encoding="ascii") as file:
+        fields = file.read().rpartition(")")[2].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
 
 class Root:
@@ -102,9 +106,7 @@ class Server:
         return is_port_taken(514)
 
     def cpu_seconds(self):
-        with open(f"/proc/{self.process.pid}/stat", encoding="ascii") as file:
-            fields = file.read().rpartition(")")[2].split()
-        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+        return cpu_seconds_of(self.process.pid)
 
     def is_held(self):
         tasks = f"/proc/{self.process.pid}/task"
@@ -191,64 +193,3 @@ class SyslogNg(Server):
         done = subprocess.run(self.root.command(*self.command, "-s"), check=False, text=True,
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         return "" if done.returncode == 0 else done.stdout
-
-
-class PostgreSql:
-    """A database with the schema; to be used by `with`."""
-
-    def __init__(self, root):
-        self.root = root
-        self.programs = "/usr/lib/postgresql/15/bin/"
-        self.data = "/var/lib/postgresql/data"
-        self.process = None
-        with open(root.path("etc/passwd"), "w", encoding="ascii") as file:
-            file.write("root:x:0:0::/:/bin/sh\n"
-                       f"postgres:x:{POSTGRES}:{POSTGRES}::/var/lib/postgresql:/bin/sh\n")
-        for name in ("var/lib/postgresql", "tmp"):
-            os.chown(root.path(name), POSTGRES, POSTGRES)
-        root.run(self.programs + "initdb", "-D", self.data, "-A", "trust", "-E", "UTF8",
-                 "--no-sync", user=POSTGRES)
-
-    def __enter__(self):
-        self.start()
-        self.query("CREATE DATABASE events", database="postgres")
-        with open(os.path.join(CONFIGURATIONS, "schema.sql"), encoding="utf-8") as file:
-            self.query(file.read())
-        return self
-
-    def __exit__(self, *_):
-        self.stop()
-
-    def start(self):
-        self.process = self.root.launch(
-            self.programs + "postgres", "-D", self.data, "-k", "/tmp", "-h", "127.0.0.1",
-            user=POSTGRES, log="var/log/postgresql")
-        eventually("the database", self.answers)
-
-    def stop(self):
-        """Without waiting for its clients."""
-        if self.process:
-            self.process.send_signal(signal.SIGINT)
-            end(self.process)
-            self.process = None
-
-    def answers(self):
-        done = subprocess.run(self.root.command(
-            self.programs + "pg_isready", "-h", "127.0.0.1"), stdout=subprocess.DEVNULL,
-            check=False)
-        return done.returncode == 0
-
-    def query(self, statement, database="events"):
-        return self.root.run(self.programs + "psql", "-h", "/tmp", "-U", "postgres", "-d",
-                             database, "-qAtX", "-v", "ON_ERROR_STOP=1", user=POSTGRES,
-                             text=statement)
-
-    def count(self):
-        return int(self.query("SELECT count(*) FROM events"))
-
-    def rows(self):
-        """The events in the order in which they were received."""
-        return [json.loads(line) for line in self.query(
-            "SELECT json_build_object('received', received, 'host', host(host), "
-            "'devicetime', device_time, 'level', level, 'id', event_id, 'path', path, "
-            "'message', message) FROM events ORDER BY received, sequence").split("\n")[:-1]]
