@@ -74,7 +74,7 @@ quint32 BusSide::readMessage() const
     return number(8);
 }
 
-quint32 BusSide::admit(const QByteArray &answerAboutDescriptors)
+quint32 BusSide::admit(const QByteArray &answerAboutDescriptors) const
 {
     if (readBytes(1) != QByteArray(1, '\0') || !readLine().startsWith("AUTH EXTERNAL ")
         || !send("OK 0123456789abcdef0123456789abcdef\r\n") || readLine() != "NEGOTIATE_UNIX_FD"
@@ -84,12 +84,12 @@ quint32 BusSide::admit(const QByteArray &answerAboutDescriptors)
     return readMessage();
 }
 
-void BusSide::welcome()
+void BusSide::welcome() const
 {
     (void)send(answerTo(admit()));
 }
 
-bool BusSide::send(const QByteArray &bytes, int descriptor, int times)
+bool BusSide::send(const QByteArray &bytes, int descriptor, int times) const
 {
     return sendAll(socket, bytes, descriptor, times);
 }

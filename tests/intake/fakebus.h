@@ -17,9 +17,9 @@ public:
     Q_DISABLE_COPY_MOVE(BusSide)
 
     //! Everything up to a greeting, whose serial number it returns; 0 where the other is gone.
-    quint32 admit(const QByteArray &answerAboutDescriptors = "AGREE_UNIX_FD\r\n");
+    quint32 admit(const QByteArray &answerAboutDescriptors = "AGREE_UNIX_FD\r\n") const;
     //! admit() and the answer to the greeting.
-    void welcome();
+    void welcome() const;
     //! A line without its end; empty once the other is gone.
     [[nodiscard]] QByteArray readLine() const;
     //! Up to a number of bytes; fewer once the other is gone.
@@ -27,7 +27,7 @@ public:
     //! A message, of which the serial number is returned.
     [[nodiscard]] quint32 readMessage() const;
     //! Sends bytes, with an open descriptor so many times; false once the other is gone.
-    bool send(const QByteArray &bytes, int descriptor = -1, int times = 0);
+    bool send(const QByteArray &bytes, int descriptor = -1, int times = 0) const;
     //! Waits until the other has read everything; false where he does not.
     [[nodiscard]] bool waitUntilRead() const;
     //! Waits until the other is gone.

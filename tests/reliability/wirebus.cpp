@@ -310,7 +310,7 @@ QByteArray WireBus::readLine() const
     return line;
 }
 
-bool WireBus::sendBytes(const QByteArray &bytes, int passed, int times)
+bool WireBus::sendBytes(const QByteArray &bytes, int passed, int times) const
 {
     return sendAll(socket, bytes, passed, times);
 }

@@ -101,7 +101,7 @@ public:
     [[nodiscard]] int descriptor() const { return socket; }
     quint32 nextSerial() { return ++serial; }
     //! Sends bytes, with an open descriptor so many times; false once the bus has hung up.
-    [[nodiscard]] bool sendBytes(const QByteArray &bytes, int passed = -1, int times = 0);
+    [[nodiscard]] bool sendBytes(const QByteArray &bytes, int passed = -1, int times = 0) const;
     //! Sends a message under the next serial number.
     [[nodiscard]] bool send(const WireMessage &message, int passed = -1);
     //! Reads what has come, waiting for nothing; false once the bus has hung up.

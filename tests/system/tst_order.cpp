@@ -134,7 +134,7 @@ public:
     void runFreely(int eventsInTen, std::chrono::milliseconds rest)
     {
         constexpr int group = 16;
-        const QDeadlineTimer end(10 * patience); // against what hangs
+        const QDeadlineTimer end(10min); // against what hangs
         for (int i = 1; !ends && !hasFailed && !end.hasExpired(); ++i) {
             if (dice.below(10) < eventsInTen) {
                 announce();
