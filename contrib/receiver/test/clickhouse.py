@@ -513,20 +513,33 @@ def exact_records(store):
     first = [line(device, 2**64 - 1 - number, number / 1e6)
              for device in SOURCES for number in range(100)]
     # A repeated load, and a log whose numbers began again.
-    second = first[50:] + [line(device, 2**64 - 1, 30) for device in SOURCES]
+    load_exact(store, first, first[50:] + [line(device, 2**64 - 1, 30) for device in SOURCES])
+
+
+def load_exact(store, first, second):
+    """Two loads, over one server each, of which a record may be in both."""
     for shard, lines in zip(store.shards, (first, second)):
         shard.query("INSERT INTO exact FORMAT JSONEachRow\n" + "\n".join(lines),
                     insert_distributed_sync=1)
-    wanted = len(set(first) | set(second))
+    wanted = set(first) | set(second)
     rows = store.shards[0].rows("SELECT * FROM exact FINAL ORDER BY device, number, time")
-    expect(len(rows) == wanted, f"{len(rows)} records of {wanted}")
-    texts = [json.loads(text) for text in set(first) | set(second)]
+    expect(len(rows) == len(wanted), f"{len(rows)} records of {len(wanted)}")
     for row in rows:
         row["number"] = str(row["number"])
-    by_key = sorted(texts, key=lambda row: (row["device"], int(row["number"]), row["time"]))
+    by_key = sorted(map(json.loads, wanted),
+                    key=lambda row: (row["device"], int(row["number"]), row["time"]))
     expect(rows == by_key, "records are not as they were loaded")
-    say(f"  {wanted} numbered records, {len(first) - 50} of them loaded twice: each once")
+    say(f"  {len(wanted)} numbered records, {len(set(first) & set(second))} of them loaded twice: "
+        "each once")
     store.empty()
+
+
+def collected_records(store, lines):
+    """What the collector took from a device's log, loaded twice."""
+    if lines:
+        load_exact(store, lines, lines[len(lines) // 2:])
+    else:
+        say("  records from a device's log: left out, since the part collector has not run")
 
 
 # --- The questions of operators -------------------------------------------------------------
@@ -679,7 +692,7 @@ def questions(store):
 
 # --- The part ------------------------------------------------------------------------------
 
-def test(root, device, stream, captured, begin):
+def test(root, device, stream, captured, begin, collected):
     server = SyslogNg(root)
     expect(not server.check_configuration(), server.check_configuration())
 
@@ -708,5 +721,6 @@ def test(root, device, stream, captured, begin):
             outage(killed_server)
             outage(doubled_rows)
             exact_records(store)
+            collected_records(store, collected)
         store.empty()
         questions(store)

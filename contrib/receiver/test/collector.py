@@ -548,6 +548,7 @@ def as_before(device):
 
 
 def test(root, device):
+    """Returns what was collected, as lines for other stores."""
     server = servers.Rsyslog(root, "postgresql")
     relay = Relay()
     relay.start()
@@ -566,3 +567,4 @@ def test(root, device):
             step(fleet, account, database)
         bounded(fleet, database)
         view(account, database, relay)
+        return database.query("SELECT as_json(e) FROM exact e").splitlines()

@@ -23,7 +23,7 @@ def special_events(device, server):
     server.forget()
 
 
-def complete_stream(server, stream, send_all, begin):
+def complete_stream(how, server, stream, send_all, begin):
     """Has a stream sent until one arrives completely; what was sent at which rate.
 
     Where the machine holds the server up for longer than its buffer lasts, the kernel drops
@@ -45,10 +45,10 @@ def complete_stream(server, stream, send_all, begin):
     received = [json.loads(line) for line in lines]
     compare_all(range(len(stream)), stream, received, begin, server)
     size = sum(map(len, lines)) / len(lines)
-    say(f"  {len(stream)} events sent at {len(stream) / took:.0f} a second, received at "
+    say(f"  {how}: {len(stream)} events at {len(stream) / took:.0f} a second, received at "
         f"{rate_of(received):.0f}: 0 lost, all in order and whole (attempt {attempt})")
     cpu = (server.cpu_seconds() - cpu) / len(stream)
-    figure("CPU and JSON an event", f"{cpu * 1e6:.0f} us, {size:.0f} bytes")
+    figure(f"CPU and JSON an event, {how}", f"{cpu * 1e6:.0f} us, {size:.0f} bytes")
     server.forget()
 
 
@@ -58,14 +58,13 @@ def live_stream(device, server, stream):
         device.settle()
         return took
 
-    say("  emitted on the bus:")
-    complete_stream(server, stream, emit_all, now())
+    complete_stream("emitted on the bus", server, stream, emit_all, now())
 
 
 def replayed_stream(server, stream, captured, begin):
-    say("  the daemon's datagrams sent again:")
     with Sender() as sender:
-        complete_stream(server, stream, lambda rate: paced(captured, rate, sender.send), begin)
+        complete_stream("the daemon's datagrams sent again", server, stream,
+                        lambda rate: paced(captured, rate, sender.send), begin)
 
 
 def broken_bytes(server):
