@@ -6,8 +6,13 @@
 \set ON_ERROR_STOP on
 \pset tuples_only on
 \pset format unaligned
+\set FETCH_COUNT 1000
 BEGIN;
 SET LOCAL client_min_messages = warning;
+-- The end of this program does not end what the server does for it.
+SELECT set_config(name, :'seconds' || 's', true)
+    FROM unnest(ARRAY['statement_timeout', 'idle_in_transaction_session_timeout']) AS name
+    \g /dev/null
 CREATE TEMPORARY TABLE collected (
     position bigint GENERATED ALWAYS AS IDENTITY,
     line text
@@ -19,8 +24,8 @@ CREATE TEMPORARY TABLE stored ON COMMIT DROP AS
                                        nullif(:'time', '')::timestamptz) AS record;
 SELECT (SELECT count(*) FROM stored) || ' records, '
     || (SELECT coalesce(sum((line->'missing'->>1)::numeric - (line->'missing'->>0)::numeric + 1), 0)
-        FROM parsed WHERE line ? 'missing') || ' missing'
-    || CASE WHEN EXISTS (SELECT FROM parsed WHERE line ? 'restarted')
+        FROM parsed WHERE kind = 'missing') || ' missing'
+    || CASE WHEN EXISTS (SELECT FROM parsed WHERE kind = 'restarted')
         THEN ', numbers began again' ELSE '' END
     || CASE WHEN EXISTS (SELECT FROM parsed WHERE line->>'state' <> 'whole')
         THEN ', damage' ELSE '' END;

@@ -4,6 +4,8 @@
 -- contrib/receiver/schema.sql, which comes first. A device is called by the address that its
 -- datagrams come from; so the view at the end joins the two.
 
+SET search_path = public;
+
 CREATE TABLE exact (
     device  text        NOT NULL,
     number  numeric(20) NOT NULL, -- unsigned 64 bits
@@ -40,6 +42,7 @@ CREATE TABLE missing (
     first  numeric(20) NOT NULL,
     last   numeric(20) NOT NULL,
     time   timestamptz NOT NULL,
+    CHECK (first <= last),
     PRIMARY KEY (device, first, last, time)
 );
 
@@ -58,18 +61,52 @@ CREATE TABLE damage (
     line   jsonb       NOT NULL
 );
 
--- The time of the first whole record behind a line of an answer.
-CREATE FUNCTION time_behind(place bigint) RETURNS timestamptz LANGUAGE plpgsql AS $$
+-- A number and a time as collect prints them. Whatever else a device says there would spoil
+-- more than its own rows, so an answer with it is refused.
+CREATE FUNCTION log_number(value jsonb) RETURNS numeric LANGUAGE plpgsql IMMUTABLE AS $$
 BEGIN
-    RETURN (SELECT line->>'time' FROM parsed
-            WHERE position > place AND line @> '{"state": "whole"}' ORDER BY position LIMIT 1);
+    IF jsonb_typeof(value) = 'string' AND value #>> '{}' ~ '^[0-9]{1,20}$'
+        AND (value #>> '{}')::numeric < 18446744073709551616 THEN
+        RETURN value #>> '{}';
+    END IF;
+    RAISE 'the answer has a number that is none: %', left(value::text, 40);
+END $$;
+CREATE FUNCTION log_time(value jsonb) RETURNS timestamptz LANGUAGE plpgsql STABLE AS $$
+BEGIN
+    IF jsonb_typeof(value) = 'string' AND value #>> '{}' ~
+        '^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}[.][0-9]{6}Z$' THEN
+        RETURN value #>> '{}';
+    END IF;
+    RAISE 'the answer has a time that is none: %', left(value::text, 40);
+END $$;
+
+-- What a line of an answer is, by what it has.
+CREATE FUNCTION kind_of(line jsonb) RETURNS text LANGUAGE plpgsql IMMUTABLE AS $$
+BEGIN
+    IF jsonb_typeof(line) = 'object' THEN
+        IF line ? 'resume' THEN
+            RETURN 'resume';
+        ELSIF line ? 'missing' THEN
+            RETURN 'missing';
+        ELSIF line ? 'restarted' THEN
+            RETURN 'restarted';
+        ELSIF line->>'state' IN ('whole', 'damaged', 'likely')
+            AND jsonb_typeof(line->'number') = 'string' AND jsonb_typeof(line->'time') = 'string'
+            AND jsonb_typeof(line->'path') = 'string' THEN
+            RETURN 'record';
+        ELSIF line->>'state' IN ('damaged', 'likely', 'lost') THEN
+            RETURN 'damage'; -- also a record whose number or time cannot be told
+        END IF;
+    END IF;
+    RAISE 'the answer has a line that is none: %', left(line::text, 40);
 END $$;
 
 -- Stores one answer of a device, all of it or nothing: the lines of the temporary table
 -- "collected", which were asked for behind the place that is given. Returns the records that
 -- are new.
 CREATE FUNCTION store_collected(of_device text, after numeric, at timestamptz)
-RETURNS SETOF exact LANGUAGE plpgsql AS $$
+RETURNS SETOF exact LANGUAGE plpgsql
+SET search_path = pg_catalog, public, pg_temp AS $$
 DECLARE
     place places;
     resume jsonb;
@@ -82,34 +119,43 @@ BEGIN
     END IF;
 
     -- A text cannot hold a zero byte here; it becomes what the receiver makes of it, too.
-    CREATE TEMPORARY TABLE parsed (position bigint PRIMARY KEY, line jsonb) ON COMMIT DROP;
-    INSERT INTO parsed SELECT position, CASE strpos(line, '\u0000')
-        WHEN 0 THEN line
-        ELSE regexp_replace(line, '(?<!\\)((?:\\\\)*)\\u0000', '\1#000', 'g') END::jsonb
-        FROM collected;
+    -- "behind" is the place of the first whole record from a line on.
+    CREATE TEMPORARY TABLE parsed (
+        position bigint PRIMARY KEY, kind text, line jsonb, behind bigint
+    ) ON COMMIT DROP;
+    INSERT INTO parsed
+        SELECT position, kind_of(line), line,
+            min(position) FILTER (WHERE line @> '{"state": "whole"}')
+                OVER (ORDER BY position DESC)
+        FROM (SELECT position, CASE strpos(line, '\u0000')
+            WHEN 0 THEN line
+            ELSE regexp_replace(line, '(?<!\\)((?:\\\\)*)\\u0000', '\1#000', 'g') END::jsonb AS line
+            FROM collected) AS lines;
 
-    SELECT line INTO resume FROM parsed ORDER BY position DESC LIMIT 1;
-    IF resume->'resume' IS NULL THEN
+    SELECT line INTO resume FROM parsed WHERE kind = 'resume'
+        AND position = (SELECT max(position) FROM parsed);
+    IF resume IS NULL OR (SELECT count(*) FROM parsed WHERE kind = 'resume') > 1 THEN
         RAISE 'the answer is not complete: its last line is not "resume"';
     END IF;
 
     RETURN QUERY INSERT INTO exact
-        SELECT of_device, (line->>'number')::numeric, (line->>'time')::timestamptz,
+        SELECT of_device, log_number(line->'number'), log_time(line->'time'),
             (line->>'event')::bigint, (line->>'levelNumber')::bigint, line->>'path',
             line->>'message', line->>'state'
-        FROM parsed WHERE line ?& '{number,time}' ORDER BY position
+        FROM parsed WHERE kind = 'record' ORDER BY position
         ON CONFLICT DO NOTHING RETURNING *;
     INSERT INTO missing
-        SELECT of_device, (line->'missing'->>0)::numeric, (line->'missing'->>1)::numeric,
-            time_behind(position)
-        FROM parsed WHERE line ? 'missing' ON CONFLICT DO NOTHING;
+        SELECT of_device, log_number(gap.line->'missing'->0), log_number(gap.line->'missing'->1),
+            log_time(next.line->'time')
+        FROM parsed AS gap LEFT JOIN parsed AS next ON next.position = gap.behind
+        WHERE gap.kind = 'missing' ON CONFLICT DO NOTHING;
     INSERT INTO restarted
-        SELECT of_device, (line->>'restarted')::numeric, time_behind(position)
-        FROM parsed WHERE line ? 'restarted' ON CONFLICT DO NOTHING;
+        SELECT of_device, log_number(mark.line->'restarted'), log_time(next.line->'time')
+        FROM parsed AS mark LEFT JOIN parsed AS next ON next.position = mark.behind
+        WHERE mark.kind = 'restarted' ON CONFLICT DO NOTHING;
     INSERT INTO damage (device, line)
-        SELECT of_device, line FROM parsed WHERE line ? 'state' AND NOT line ?& '{number,time}';
-    INSERT INTO places VALUES (of_device, (resume->>'resume')::numeric,
-                               (resume->>'time')::timestamptz)
+        SELECT of_device, line FROM parsed WHERE kind = 'damage';
+    INSERT INTO places VALUES (of_device, log_number(resume->'resume'), log_time(resume->'time'))
         ON CONFLICT (device) DO UPDATE
         SET number = excluded.number, time = excluded.time, stored = excluded.stored;
 END $$;

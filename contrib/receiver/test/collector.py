@@ -383,6 +383,72 @@ def cut_answers(fleet, account, database):
     say(f"  an answer cut off at {len(ends)} places, or with a status of failure: nothing stored")
 
 
+TIME = '"time":"2026-05-01T10:00:00.000000Z"'
+RESUME = f'{{"resume":"1",{TIME}}}'
+RECORD = (f'{{"number":"1",{TIME},"event":1,"levelNumber":4,"path":"/a","message":"x",'
+          '"state":"whole"}')
+WRONG = [
+    *(RESUME.replace('"1"', number)
+      for number in ("1", '"-5"', '"NaN"', '"1.5"', '"1e3"', '"18446744073709551616"', "null")),
+    *(RESUME.replace("2026-05-01T10:00:00.000000Z", time)
+      for time in ("infinity", "-infinity", "now", "2026-05-01", "0044-01-01T00:00:00.000000Z BC",
+                   "10000-01-01T00:00:00.000000Z", "2026-05-01T10:00:00.000000")),
+    RESUME + "\n" + RESUME,
+    *(f"{line}\n{RECORD}\n{RESUME}" for line in (
+        '{"missing":["9","3"]}', '{"missing":["1","NaN"]}', '{"missing":["1"]}',
+        '{"missing":"1"}', '{"restarted":-1}', "null", "1", "[1]", '"Welcome"', '{"hello":1}',
+        '{"number":"1"}', RECORD.replace("whole", "DROP"), RECORD.replace('"/a"', "{}"),
+        RECORD.replace('"1"', '"-1"'), RECORD.replace("05-01T", "02-30T"), "\\.")),
+    f'{{"missing":["1","2"]}}\n{RESUME}',
+]
+
+
+def wrong_answers(fleet, account, database):
+    """What no device says is refused as a whole, and disturbs neither the others nor itself."""
+    before = fingerprint(database)
+    names = [f"wrong{number}" for number in range(len(WRONG))]
+    for name, answer in zip(names, WRONG):
+        fleet.device(name, f"cat <<'END'\n{answer}\nEND\n")
+    told, _ = fleet.run(devices=names, status=1)
+    lines = dict(line.split(": ", 1) for line in told[:-1])
+    for name, answer in zip(names, WRONG):
+        expect(lines[name].startswith("not stored: "), f"{answer} is stored: {lines[name]}")
+        os.remove(fleet.path(f"devices/{name}"))
+    expect(fingerprint(database) == before, "something of them is stored")
+    collected(fleet, account, database, "after answers that are none")
+    say(f"  {len(WRONG)} answers that no device gives: nothing stored")
+
+
+def many_gaps(fleet, database):
+    """As many as a device may tell take no longer than as many records."""
+    fleet.device("gaps", f"""awk 'BEGIN {{ for (i = 1; i <= 100000; i++)
+        printf("{{\\"missing\\":[\\"%d\\",\\"%d\\"]}}\\n", 2 * i, 2 * i) }}'
+cat <<'END'
+{RECORD}
+{RESUME}
+END
+""")
+    fleet.run("-t", "60", devices=["gaps"])  # each for itself looked through all: minutes
+    os.remove(fleet.path("devices/gaps"))
+    for table in TABLES:
+        database.query(f"DELETE FROM {table} WHERE device = 'gaps'")
+    say("  an answer with 100,000 gaps: stored")
+
+
+def locked_out(fleet, database):
+    """A load that cannot go on leaves nothing behind in the server."""
+    fleet.device("waits", f"echo '{RECORD}'; echo '{RESUME}'\n")
+    with database.session() as other:
+        other.do("BEGIN; LOCK TABLE exact")
+        told, _ = fleet.run("-t", "2", devices=["waits"], status=1)
+        expect(told[0].startswith("waits: not stored: "), f"it tells {told}")
+        eventually("the end of what was asked of the server", lambda: database.query(
+            "SELECT count(*) FROM pg_stat_activity WHERE usename = 'events_collector'") == "0\n")
+        other.do("ROLLBACK")
+    os.remove(fleet.path("devices/waits"))
+    say("  a load that waits for others for too long: it ends in the server, too")
+
+
 def kill_psql(fleet, database):
     with open(fleet.path("psql.pid"), encoding="ascii") as file:
         os.kill(int(file.read()), signal.SIGKILL)
@@ -452,6 +518,8 @@ def away(fleet, account, database):
            f"the others waited for the one that hangs: {told}")
     expect(took < 60, f"what hangs was waited for {took:.0f} seconds")  # of 8, on a busy machine
     fleet.run(devices=["-oProxyCommand=x"], status=2)
+    for wrong in (("-j", "0"), ("-t", "0"), ("-c", "sh 'no end {}")):
+        fleet.run(*wrong, status=2)
     say(f"  one of six away, one hanging, one babbling, one attacking: the others stored, "
         f"{took:.1f} s with a bound of 3 s")
     for name in os.listdir(fleet.path("devices")):
@@ -563,8 +631,10 @@ def test(root, device):
         account = Account(device)
         account.begin_again()
         for step in (first_time, rotated, cleared, from_one_again, place_forgotten, special,
-                     cut_answers, cut_loads, away, two_at_once, damaged):
+                     cut_answers, wrong_answers, cut_loads, away, two_at_once, damaged):
             step(fleet, account, database)
+        many_gaps(fleet, database)
+        locked_out(fleet, database)
         bounded(fleet, database)
         view(account, database, relay)
         return database.query("SELECT as_json(e) FROM exact e").splitlines()

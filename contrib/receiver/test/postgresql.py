@@ -316,6 +316,27 @@ def coming_days(database):
     say("  days: made ahead and late, dropped by age, none refused")
 
 
+def other_tables(database):
+    """Of the same names, in a schema that comes first; and times for which there is no day."""
+    day = "to_char(current_date + {}, '\"events_\"YYYYMMDD')"
+    database.query("SELECT drop_event_days(-10000); SELECT create_event_days(7); "
+                   "CREATE SCHEMA postgres")
+    for offset in (-200, 30):
+        database.query("SET timezone = 'UTC'; SELECT "
+                       f"format('CREATE TABLE postgres.%I ()', {day.format(offset)}) \\gexec")
+    for time in ("'infinity'", "'-infinity'", "'294276-12-31 23:59:59.999999Z'",
+                 "'0044-03-15 BC'", f"{TODAY} - interval '200 days'"):
+        database.query("SET ROLE events_writer; " + INSERT.format(time, 1))
+    expect(database.query("SELECT create_event_days(30)") == "24\n", "days are not made")
+    expect_partitions(database, {"-200": "1", "default": "4"}, "beside times without a day")
+    expect(database.query("SELECT drop_event_days(90)") == "1\n", "the old day is not dropped")
+    expect(database.query("SELECT count(*) FROM pg_tables WHERE schemaname = 'postgres'") == "2\n",
+           "a table of the same name was dropped")
+    database.query("DROP SCHEMA postgres CASCADE; TRUNCATE events; SELECT drop_event_days(-100); "
+                   "SELECT create_event_days(7)")
+    say("  tables of the same names elsewhere are let alone")
+
+
 def insert_meanwhile(database):
     """Whoever inserts while the day is made waits, and is in it then."""
     target = f"{TODAY} + interval '20 days'"
@@ -385,6 +406,7 @@ def test(root, device, stream, captured, begin):
     with PostgreSql(root) as database:
         rights(database)
         coming_days(database)
+        other_tables(database)
         insert_meanwhile(database)
         day_of_many(database)
         with server:
