@@ -39,6 +39,8 @@ AWKWARD = {
     "a level of 10 digits": (b"<28>", b"<9999999999>", {"level": 9999999975}),
     "a broken path": (b"/a", b"/\xe4", {"path": "/\\xe4"}),
     "a zero byte in the path": (b"/a", b"/\0a", {"path": "/\\x00a"}),
+    "a zero byte before the path": (b"/a", b"\0/a", {"path": "\\x00/a"}),
+    "a zero byte before the text": (b"] x", b"] \0x", {"message": "\\x00x"}),
     "a broken text": (b"] x", b"] Ger\xe4t", {"message": "Ger\\xe4t"}),
     "text that ends a row": (b"] x", b"] \"}\n{\"id\":7}\n", {"message": "\"}\n{\"id\":7}"}),
 }

@@ -23,6 +23,8 @@ def catalogue():
 <event id="1002" loglevel="l4"><description lang="en"></description></event>
 <event id="1003" loglevel="l4"><argument type="int32" name="number"/>{value}
 <description lang="en">Number %1: %2</description></event>
+<event id="1004" loglevel="l4"><argument type="int32" name="number"/>{value}
+<description lang="en">%1: %2</description></event>
 </service></systemevents>"""
 
 
@@ -63,6 +65,8 @@ def special_events():
     events["bytes of Latin-1"] = Event(1001, 4, latin1.decode("latin-1"),
                                        GLib.Variant("ay", latin1))
     events["a zero byte"] = Event(1003, 4, "Number \0: in it", GLib.Variant("y", 0), text("in it"))
+    events["a zero byte at the beginning"] = Event(1004, 4, "\0: then text",
+                                                   GLib.Variant("y", 0), text("then text"))
     events["a zero byte at the end"] = Event(1001, 4, "\0", GLib.Variant("y", 0))
     return events
 
