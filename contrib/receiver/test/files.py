@@ -88,6 +88,8 @@ def strangers(server):
         b"<13>May  1 12:00:00 host su: failed", b"<34>1 2024-05-01T12:00:00Z host su - - - x",
         b"x", b"<28>", b"<> 1 2024-05-01T12:00:00  zib - 1 - \xef\xbb\xbf[/a] x",
         event.replace(b"<28>", b"<2x>"), event.replace(b"1001", b"abc"),
+        event.replace(b"1001", b"007"), event.replace(b"1001", b"-0"),
+        event.replace(b"<28>", b"<028>"),
         event.replace(b"1001", b"12345678901"), event.replace(b"05-01T", b"x5-01T"),
         event.replace(b"\xef\xbb\xbf", b""), event.replace(b"zib", b"zab"), b" " + event]
     with Sender() as sender:
