@@ -229,9 +229,10 @@ def special_events(server, cluster, device):
 
 
 def check_messages(messages, stream, begin, server):
-    """That none is missing, all are whole and each device's are in one partition.
+    """That all are whole and each device's are in one partition.
 
-    Returns how many are doubled and how many come after a later one of their device.
+    Returns how many are missing, how many are doubled and how many come after a later one of
+    their device.
     """
     homes = {}
     latest = {}
@@ -248,10 +249,9 @@ def check_messages(messages, stream, begin, server):
         compare(number, stream[number], got, begin, server)
         disorder += number < latest.get(key, -1)
         latest[key] = max(number, latest.get(key, -1))
-    expect(len(seen) == len(stream), f"{len(stream) - len(seen)} of {len(stream)} are lost")
     expect(len(homes) == len(DEVICES), f"the keys are {list(homes)}")
     expect(len(set(homes.values())) > 1, f"all are in partition {set(homes.values())}")
-    return len(messages) - len(seen), disorder
+    return len(stream) - len(seen), len(messages) - len(seen), disorder
 
 
 def undisturbed(server, cluster, fleet, captured):
@@ -309,12 +309,39 @@ def server_restarted(server, cluster, fleet, captured):
     return messages, f"; it ended {ending}"
 
 
+def server_restarted_twice(server, cluster, fleet, captured):
+    quarter = len(captured) // 4
+    endings = []
+    with server:
+        paced(captured[:quarter], RATE, fleet.send)
+        cluster.all_down()
+        paced(captured[quarter:2 * quarter], RATE, fleet.send)
+        expect(len(await_lines(server, 2 * quarter)) == 2 * quarter, "the file lacks some")
+        endings.append(stop(server))
+    with server:
+        paced(captured[2 * quarter:3 * quarter], RATE, fleet.send)
+        expect(len(await_lines(server, 3 * quarter)) == 3 * quarter, "the file lacks some")
+        endings.append(stop(server))
+    with server:
+        paced(captured[3 * quarter:], RATE, fleet.send)
+        expect(len(await_lines(server, len(captured))) == len(captured), "the file lacks some")
+        cluster.all_up()
+        messages = await_messages(cluster, len(captured))
+    return messages, f"; it ended {', then '.join(endings)}"
+
+
 SCENARIOS = {
     "undisturbed": undisturbed,
     "all brokers down, then up": brokers_away,
     "one broker of three down": one_away,
     "the server restarted while they are down": server_restarted,
+    "the server restarted twice while they are down": server_restarted_twice,
 }
+# At its start rsyslog deletes failedMsgFile once it is read. If it ends again before brokers are
+# back, not all of that gets into the file again; and where its end hangs in librdkafka until it
+# is killed, nothing does. No timeout of its queue or of librdkafka changes that. What is lost
+# is in events.json.
+LOSE = {("rsyslog", server_restarted_twice)}
 
 
 def into_kafka(name, make, root, device, stream, captured, begin):
@@ -331,13 +358,14 @@ def into_kafka(name, make, root, device, stream, captured, begin):
             server = make()
             use(server, cluster)
             messages, figures = scenario(server, cluster, fleet, captured)
-            doubles, disorder = check_messages(messages, stream, begin, server)
+            lost, doubles, disorder = check_messages(messages, stream, begin, server)
+            expect(not lost or (name, scenario) in LOSE, f"{lost} of {len(stream)} are lost")
             expect(scenario is not undisturbed or doubles == disorder == 0,
                    f"{doubles} doubled and {disorder} out of order without a cause")
             partitions = len({partition for partition, _, _ in messages})
             figure(f"{name}, {what}",
                    f"{len(stream)} events of {len(DEVICES)} devices in {partitions} of "
-                   f"{PARTITIONS} partitions, 0 lost, {doubles} doubled, {disorder} out of "
+                   f"{PARTITIONS} partitions, {lost} lost, {doubles} doubled, {disorder} out of "
                    f"order{figures}")
             server.forget()
 
